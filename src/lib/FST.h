@@ -1,0 +1,12 @@
+// The whole public toolkit API.
+#ifndef T2SFST_FST_H
+#define T2SFST_FST_H
+
+#include "FSTAllocator.h"
+#include "FSTBasic.h"
+#include "FSTGeneric.h"
+#include "FSTSemiring.h"
+#include "FSTStringMap.h"
+#include "FSTlib.h"
+
+#endif

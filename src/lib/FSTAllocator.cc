@@ -1,0 +1,170 @@
+#include "FSTAllocator.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <ostream>
+
+#include "FSTlib.h"
+
+// Zero-initialised at load time, so allocation works from any static constructor.
+FSTAllocator::Pools FSTAllocator::_pools;
+
+void FSTAllocator::_unmap_page(Page* page) { munmap(page->start, _pools.page_size); }
+
+void FSTAllocator::_return_to_spare_pool(Page* page) {
+  page->next = _pools.spare_pages;
+  _pools.spare_pages = page;
+  ++_pools.n_spare_pages;
+}
+
+size_t FSTAllocator::page_size() {
+  if (!_pools.initialised) _initialise();
+  return _pools.page_size;
+}
+
+void FSTAllocator::_initialise() {
+  static_assert(sizeof(Page) == page_header_bytes, "the page header is 48 bytes");
+  size_t page_size = size_t(sysconf(_SC_PAGESIZE));
+  FST_ASSERT(size_t(getpagesize()) == page_size);
+  _pools.page_size = page_size;
+  _pools.page_mask = ~(page_size - 1);
+  _pools.pages_per_megabyte = 1048576 / page_size;
+  for (size_t k = 1; k <= max_units; ++k) {
+    SizeClass& c = _pools.classes[k];
+    c.mixed.first = c.full.first = c.empty.first = nullptr;
+    c.n_empty = 0;
+    c.capacity = int((page_size - page_header_bytes) / (unit_bytes * k));
+  }
+  _pools.spare_pages = nullptr;
+  _pools.n_spare_pages = 0;
+  _pools.warned_fallback = false;
+  _pools.initialised = true;
+}
+
+// A fresh page from the system; when mapping fails, from 1 MB blocks of the aligned heap whose
+// pages go back to the spare pool, never to the system.
+FSTAllocator::Page* FSTAllocator::_new_page() {
+  size_t const P = _pools.page_size;
+  void* memory = mmap(nullptr, P, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  if (memory != MAP_FAILED) {
+    Page* page = static_cast<Page*>(memory);
+    page->release = _unmap_page;
+    return page;
+  }
+  if (!_pools.warned_fallback) {
+    FSTWarn("FSTAllocator: mmap failed -- using valloc");
+    _pools.warned_fallback = true;
+  }
+  if (!_pools.spare_pages) {
+    char* block = static_cast<char*>(valloc(_pools.pages_per_megabyte * P));
+    if (!block) FSTFatal("FSTAllocator:: valloc failed, completely out of memory");
+    for (size_t i = _pools.pages_per_megabyte; i-- > 0;)
+      _return_to_spare_pool(reinterpret_cast<Page*>(block + i * P));
+  }
+  Page* page = _pools.spare_pages;
+  _pools.spare_pages = page->next;
+  --_pools.n_spare_pages;
+  page->release = _return_to_spare_pool;
+  return page;
+}
+
+void* FSTAllocator::_allocate_from_new_page(SizeClass& c, size_t units) {
+  Page* page = c.empty.first;
+  if (page) {
+    page->unlink();
+    --c.n_empty;
+  } else {
+    page = _new_page();
+    page->start = page;
+    // Thread every object into the free list in address order.
+    size_t const object_bytes = units * unit_bytes;
+    char* first = reinterpret_cast<char*>(page) + page_header_bytes;
+    void** link = &page->free_objects;
+    for (int i = 0; i < c.capacity; ++i) {
+      void* object = first + i * object_bytes;
+      *link = object;
+      link = static_cast<void**>(object);
+    }
+    *link = nullptr;
+    page->n_free = size_t(c.capacity);
+  }
+  page->push_front(c.mixed);
+  return _allocate(units);
+}
+
+void FSTAllocator::_page_became_empty(SizeClass& c, Page* page) {
+  // Keep one empty page per class so a block freed and taken again at a page boundary does
+  // not map and unmap a page each time.
+  if (c.empty.first) {
+    Page* older = c.empty.first;
+    older->unlink();
+    --c.n_empty;
+    older->release(older);
+  }
+  page->unlink();
+  page->push_front(c.empty);
+  ++c.n_empty;
+}
+
+void* FSTAllocator::reallocate(void*, size_t, size_t) {
+  bool const not_implemented = false;
+  FST_ASSERT(not_implemented);
+  return nullptr;
+}
+
+void FSTAllocator::gc() {
+  if (!_pools.initialised) return;
+  for (size_t k = 1; k <= max_units; ++k) {
+    SizeClass& c = _pools.classes[k];
+    while (Page* page = c.empty.first) {
+      page->unlink();
+      page->release(page);
+    }
+    c.n_empty = 0;
+  }
+}
+
+FSTAllocator::ClassUsage FSTAllocator::usage(size_t units) {
+  if (!_pools.initialised) _initialise();
+  SizeClass const& c = _pools.classes[units];
+  ClassUsage u{0, 0, 0, c.n_empty, c.capacity};
+  for (Page* p = c.full.first; p; p = p->next) {
+    ++u.full_pages;
+    u.used += c.capacity;
+  }
+  for (Page* p = c.mixed.first; p; p = p->next) {
+    ++u.mixed_pages;
+    u.used += c.capacity - long(p->n_free);
+  }
+  return u;
+}
+
+void FSTAllocator::status(std::ostream& os) {
+  char line[128];
+  auto put = [&os](char const* text) { os << text; };
+  put("-----------------------------------------\n");
+  put("FSTAllocator status\n");
+  std::snprintf(line, sizeof line, "%4s %8s %6s %6s %6s %6s\n", "size", "used", "full", "mixed",
+                "empty", "occup");
+  put(line);
+  size_t const P = page_size();
+  long pages = _pools.n_spare_pages;
+  for (size_t k = 1; k <= max_units; ++k) {
+    ClassUsage u = usage(k);
+    int class_pages = u.full_pages + u.mixed_pages + u.empty_pages;
+    pages += class_pages;
+    double occupancy =
+        class_pages ? double(u.used) * double(k * unit_bytes) / (double(class_pages) * double(P))
+                    : 0.0;
+    std::snprintf(line, sizeof line, "%4d %8d %6d %6d %6d %6.4f\n", int(k * unit_bytes),
+                  int(u.used), u.full_pages, u.mixed_pages, u.empty_pages, occupancy);
+    put(line);
+  }
+  std::snprintf(line, sizeof line, "total: %d pages x %d kB/page = %d MB\n", int(pages),
+                int(P / 1024), int(size_t(pages) * P / 1048576));
+  put(line);
+  put("-----------------------------------------\n");
+}
