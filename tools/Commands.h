@@ -1,0 +1,16 @@
+// The subcommands of the t2sfst command.
+#ifndef T2SFST_TOOLS_COMMANDS_H
+#define T2SFST_TOOLS_COMMANDS_H
+
+struct Command {
+  char const* name;
+  char const* usage;    // arguments, shown after "t2sfst NAME"
+  char const* summary;  // one line for the command list
+  // argv[0] is the command's name; returns the exit status.
+  int (*run)(int argc, char** argv);
+};
+
+int RunDemo(int argc, char** argv);
+int RunLabels(int argc, char** argv);
+
+#endif

@@ -1,0 +1,72 @@
+// t2sfst: command-line front end of the toolkit.
+#include <cstdio>
+#include <cstring>
+
+#include "Commands.h"
+
+namespace {
+
+Command const commands[] = {
+    {"demo", "", "build a small machine and print it", RunDemo},
+    {"labels", "[--file FILE] [TEXT...]",
+     "print label ids (interning TEXTs), or the whole label table", RunLabels},
+};
+
+void print_help(FILE* out) {
+  std::fprintf(out,
+               "usage: t2sfst COMMAND [ARGS...]\n"
+               "       t2sfst --help | --version\n"
+               "       t2sfst help COMMAND\n\n"
+               "Weighted finite-state transducer toolkit and JSGF-to-T2S model builder.\n\n"
+               "commands:\n");
+  for (Command const& c : commands) std::fprintf(out, "  %-10s %s\n", c.name, c.summary);
+  std::fprintf(out,
+               "\nThe label alphabet can be preloaded from the file named by FST_LABELS_FILE.\n");
+}
+
+Command const* find_command(char const* name) {
+  for (Command const& c : commands)
+    if (std::strcmp(c.name, name) == 0) return &c;
+  std::fprintf(stderr, "t2sfst: unknown command '%s' (see 't2sfst --help')\n", name);
+  return nullptr;
+}
+
+void print_usage(Command const& c) {
+  std::printf("usage: t2sfst %s %s\n%s\n", c.name, c.usage, c.summary);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) {
+    print_help(stderr);
+    return 2;
+  }
+  char const* first = argv[1];
+  if (!std::strcmp(first, "--help") || !std::strcmp(first, "-h")) {
+    print_help(stdout);
+    return 0;
+  }
+  if (!std::strcmp(first, "--version")) {
+    std::printf("t2sfst %s\n", T2SFST_VERSION);
+    return 0;
+  }
+  if (!std::strcmp(first, "help")) {
+    if (argc < 3) {
+      print_help(stdout);
+      return 0;
+    }
+    Command const* c = find_command(argv[2]);
+    if (!c) return 2;
+    print_usage(*c);
+    return 0;
+  }
+  Command const* c = find_command(first);
+  if (!c) return 2;
+  for (int i = 2; i < argc; ++i)
+    if (!std::strcmp(argv[i], "--help")) {
+      print_usage(*c);
+      return 0;
+    }
+  return c->run(argc - 1, argv + 1);
+}
