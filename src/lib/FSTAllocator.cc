@@ -48,7 +48,8 @@ void FSTAllocator::_initialise() {
 // pages go back to the spare pool, never to the system.
 FSTAllocator::Page* FSTAllocator::_new_page() {
   size_t const P = _pools.page_size;
-  void* memory = mmap(nullptr, P, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+  void* memory =
+      mmap(nullptr, P, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
   if (memory != MAP_FAILED) {
     Page* page = static_cast<Page*>(memory);
     page->release = _unmap_page;
