@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
+
+#include <fstream>
 
 #include <set>
 #include <sstream>
@@ -134,6 +137,37 @@ TEST(Allocator, StatusTable) {
   EXPECT_EQ(l[20], l[0]);
   for (void* a : arcs) FSTAllocator::_deallocate(a, FSTArcUnits);
   FSTAllocator::gc();
+}
+
+// Virtual memory of this process in bytes, from /proc.
+size_t virtual_memory_bytes() {
+  std::ifstream status("/proc/self/status");
+  for (std::string key; status >> key;) {
+    if (key == "VmSize:") {
+      size_t kb = 0;
+      status >> kb;
+      return kb * 1024;
+    }
+  }
+  return 0;
+}
+
+TEST(AllocatorDeathTest, MappingFailureFallsBackOnceThenStops) {
+#if defined(__SANITIZE_ADDRESS__)
+  GTEST_SKIP() << "the address sanitizer cannot run under an address-space limit";
+#endif
+  // With the address space capped just above what the process uses, mapping a page fails,
+  // the allocator warns once and carves pages from 1 MB heap blocks until none is left.
+  auto exhaust = [] {
+    size_t limit = virtual_memory_bytes() + (8 << 20);
+    struct rlimit r = {limit, limit};
+    setrlimit(RLIMIT_AS, &r);
+    for (long i = 0; i < 100000000; ++i) FSTAllocator::_allocate(FSTArcUnits);
+    std::exit(3);
+  };
+  EXPECT_EXIT(exhaust(), testing::KilledBySignal(SIGABRT),
+              "^WARNING: FSTAllocator: mmap failed -- using valloc\n"
+              "FATAL: FSTAllocator:: valloc failed, completely out of memory\n$");
 }
 
 TEST(AllocatorDeathTest, ReallocateIsRefused) {
