@@ -80,7 +80,7 @@ std::string slurp(std::string const& path) {
 CommandResult RunCommand(std::string const& command_line) {
   std::string out = WriteTempFile("command.out", "");
   std::string err = WriteTempFile("command.err", "");
-  int raw = std::system((command_line + " >" + out + " 2>" + err + " </dev/null").c_str());
+  int raw = std::system(("(" + command_line + ") >" + out + " 2>" + err + " </dev/null").c_str());
   CommandResult result;
   result.status = WIFEXITED(raw) ? WEXITSTATUS(raw) : -1;
   result.out = slurp(out);

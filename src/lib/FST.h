@@ -5,6 +5,7 @@
 #include "FSTAllocator.h"
 #include "FSTBasic.h"
 #include "FSTGeneric.h"
+#include "FSTLoad.h"
 #include "FSTSemiring.h"
 #include "FSTStringMap.h"
 #include "FSTlib.h"

@@ -9,6 +9,9 @@ class FSTBasicRep : public FSTGenericInt {
  public:
   // An empty machine in semiring s.
   explicit FSTBasicRep(FSTSemiringBase const* s);
+  // Reads the "#FSTBasic" text format; header is the first line without its "#" (it names the
+  // semiring and may set WeightScale= and WeightOffset=).
+  FSTBasicRep(std::istream& is, char const* header);
   // Copies g. in_from / out_from pick each new arc's input / output label: 1 the source arc's
   // input, 2 its output, anything else epsilon. reverse builds the reversed machine (a new
   // initial state with epsilon arcs to the old final states). Unsupported combinations print a
@@ -100,6 +103,7 @@ class FSTBasicRep : public FSTGenericInt {
 };
 
 FSTGeneric FSTBasic(FSTSemiringBase const* s);
+FSTGeneric FSTLoadBasic(std::istream& is, char const* header);
 FSTGeneric FSTBasic(FSTGeneric const& g);
 FSTGeneric FSTCopy(FSTGeneric const& g);
 FSTGeneric FSTMutableCopy(FSTGeneric const& g);

@@ -4,6 +4,7 @@
 #include <fstream>
 #include <iostream>
 
+#include "FSTLoad.h"
 #include "FSTlib.h"
 
 // ---- arcs and iterators -------------------------------------------------------------------------
@@ -107,10 +108,8 @@ void FSTGenericInt::arcs_out(FSTArcVector& v, int p, FSTArcOrder o) const {
   for (FSTArc* arc : arcs) v.push_back(FSTNewArc(*arc));
 }
 
-void FSTGenericInt::dump_ascii(std::ostream&, bool) const { _unavailable("dump_ascii"); }
 void FSTGenericInt::dump_binary(std::ostream&) const { _unavailable("dump_binary"); }
 void FSTGenericInt::dump_mmap(char const*, FSTArcOrder) const { _unavailable("dump_mmap"); }
-void FSTGenericInt::dump_dot(std::ostream&, char const*) const { _unavailable("dump_dot"); }
 void FSTGenericInt::dead_states(fst::vector<int>&) const { _unavailable("dead_states"); }
 
 FSTGeneric FSTGenericInt::reload(bool& changed) {
@@ -120,9 +119,7 @@ FSTGeneric FSTGenericInt::reload(bool& changed) {
   std::cerr << "Reloading " << _reload_file << " because mtime " << now << " != " << _reload_mtime
             << "." << std::endl;
   changed = true;
-  // Loading machine files arrives with the text format; until then a changed file cannot be
-  // read back, and saying so beats keeping a stale machine.
-  FSTFatal("FSTLoad: loading %s is not available in this build of t2sfst", _reload_file.c_str());
+  return FSTLoad(_reload_file);
 }
 
 void FSTGenericInt::restore_input_output_index() { _unsupported("restore_input_output_index()"); }

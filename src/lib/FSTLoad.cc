@@ -1,0 +1,99 @@
+#include "FSTLoad.h"
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iostream>
+
+#include "FSTBasic.h"
+#include "FSTlib.h"
+
+namespace {
+
+using StreamLoader = FSTGeneric (*)(std::istream&, char const* header, char const* file);
+
+FSTGeneric load_basic(std::istream& is, char const* header, char const*) {
+  return FSTLoadBasic(is, header);
+}
+
+// The header words, tried in this order. Formats without a reader in this build name
+// themselves instead of misreading the file.
+struct HeaderReader {
+  char const* word;
+  StreamLoader load;
+};
+HeaderReader const header_readers[] = {
+    {"FSTBasic", load_basic}, {"FSTBinary", nullptr},     {"FSTDynamic", nullptr},
+    {"FSTMmap", nullptr},     {"FSTNgram2", nullptr},     {"FSTNgram3", nullptr},
+    {"FSTRtn", nullptr},      {"FSTExpression", nullptr},
+};
+
+char const* printable(char const* file) { return file ? file : "(null)"; }
+
+FSTGeneric dispatch(std::istream& is, char const* file) {
+  long mtime = file && *file ? file_mtime(file) : 0;
+  char first;
+  if (!(is >> first) || first != '#') {
+    // No header: the whole stream is text, MinPlus, unscaled.
+    if (is) is.unget();
+    is.clear(is.rdstate() & ~std::ios::failbit);
+    FSTGeneric m = FSTLoadBasic(is, "");
+    if (mtime) m->enable_reload(file, mtime);
+    return m;
+  }
+  std::string header;
+  if (!std::getline(is, header))
+    FSTFatal("error reading from file %s (no header?)", printable(file));
+  std::string word(header.size() + 1, '\0');
+  int length = 0;
+  if (std::sscanf(header.c_str(), "%s%n", &word[0], &length) != 1) length = 0;
+  word.resize(size_t(length));
+  StreamLoader load = nullptr;
+  bool known = false;
+  for (HeaderReader const& reader : header_readers) {
+    if (word == reader.word) {
+      known = true;
+      load = reader.load;
+      break;
+    }
+  }
+  if (!known) FSTFatal("don't understand header type %s", word.c_str());
+  if (!load)
+    FSTFatal("can't load %s: the %s format is not available in this build of t2sfst",
+             printable(file), word.c_str());
+  FSTGeneric m = load(is, header.c_str(), file);
+  if (mtime) m->enable_reload(file, mtime);
+  return m;
+}
+
+// Where machine-algebra expressions will be parsed; until the expression language exists,
+// nothing parses and the spec is taken as a file name.
+bool load_expression(char const*, FSTGeneric&, std::string& error) {
+  error = "expressions are not available in this build of t2sfst";
+  return false;
+}
+
+}  // namespace
+
+std::istream& FSTBinaryCin() { return std::cin; }
+
+FSTGeneric FSTLoadStream(std::istream& is) { return dispatch(is, nullptr); }
+
+FSTGeneric FSTLoadFile(char const* file) {
+  std::ifstream in(file ? file : "", std::ios::binary);
+  if (!in) FSTFatal("can't read file %s", printable(file));
+  return dispatch(in, file);
+}
+
+FSTGeneric FSTLoad(char const* spec) {
+  FSTGeneric result;
+  std::string error;
+  if (spec && load_expression(spec, result, error)) return result;
+  if (!spec || !*spec || std::strcmp(spec, "-") == 0) return dispatch(FSTBinaryCin(), spec);
+  std::ifstream in(spec, std::ios::binary);
+  if (!in) FSTFatal("can't read file %s or parse as expression\n%s", spec, error.c_str());
+  return dispatch(in, spec);
+}
+
+FSTGeneric FSTLoad(std::string const& spec) { return FSTLoad(spec.c_str()); }
+FSTGeneric FSTLoadFile(std::string const& spec) { return FSTLoad(spec.c_str()); }

@@ -1,0 +1,25 @@
+// Loading machines: the first word after "#" on the first line picks the reader; a stream
+// without "#" is read as text.
+#ifndef T2SFST_FSTLOAD_H
+#define T2SFST_FSTLOAD_H
+
+#include <iosfwd>
+#include <string>
+
+#include "FSTGeneric.h"
+
+// Dispatches on an open stream; with no file name there is nothing to reload from.
+FSTGeneric FSTLoadStream(std::istream& is);
+// Opens and reads a file; one that cannot be read is fatal.
+FSTGeneric FSTLoadFile(char const* file);
+// Tries spec as an expression first, then as a file name (null, "" and "-" read standard
+// input). A loaded file's modification time is remembered, so FSTGeneric::reload() follows it.
+FSTGeneric FSTLoad(char const* spec);
+FSTGeneric FSTLoad(std::string const& spec);
+// Like FSTLoad, expressions included: only the C-string form reads the file alone.
+FSTGeneric FSTLoadFile(std::string const& spec);
+
+// Standard input as the loaders read it.
+std::istream& FSTBinaryCin();
+
+#endif

@@ -1,0 +1,187 @@
+// The "#FSTBasic" text format (a generic writer and the reader that builds a mutable machine)
+// and the Graphviz dot writer.
+#include <cstdio>
+#include <cstring>
+#include <istream>
+#include <ostream>
+#include <string>
+
+#include "FSTBasic.h"
+#include "FSTStringMap.h"
+#include "FSTlib.h"
+
+namespace {
+
+// Writes a label's name; an id the label map does not know fails the stream, so nothing more
+// gets written.
+bool write_label(std::ostream& os, int id, char const* epsilon) {
+  if (id == 0) {
+    os << epsilon;
+  } else if (id < 0 || id >= FSTstring_map.size()) {
+    os.setstate(std::ios::failbit);
+  } else {
+    os << FSTstring_map[id];
+  }
+  return bool(os);
+}
+
+}  // namespace
+
+void FSTGenericInt::dump_ascii(std::ostream& os, bool header) const {
+  float const one = _semiring->one;
+  if (header) os << "#FSTBasic " << _semiring->name << "\n" << std::flush;
+  if (initial() >= 0) os << "I " << initial() << "\n";
+  // The count is re-read on every pass: a lazy machine expands while it is written.
+  FSTStateRange const all = states();
+  for (int s = 0; s < all.size() && os; ++s) {
+    if (is_final(s)) {
+      os << "F " << s;
+      if (final_weight(s) != one) os << " " << final_weight(s);
+      os << "\n";
+    }
+    if (potential(s) != one) os << "P " << s << " " << potential(s) << "\n";
+    for (FSTArc* a : arcs_out(s, FSTArcOrderAny)) {
+      os << "T " << s << " " << a->to;
+      if (a->input != 0 || a->output != 0 || a->weight != one) {
+        os << " ";
+        if (!write_label(os, a->input, ",")) return;
+        if (a->output != 0 || a->weight != one) {
+          os << " ";
+          if (!write_label(os, a->output, ",")) return;
+          if (a->weight != one) os << " " << a->weight;
+        }
+      }
+      os << "\n";
+    }
+  }
+}
+
+namespace {
+
+// Dot strings are quoted: a quote or backslash inside a label must not end them.
+void write_dot_text(std::ostream& os, char const* text) {
+  for (char const* c = text; *c; ++c) {
+    if (*c == '"' || *c == '\\') os << '\\';
+    os << *c;
+  }
+}
+
+std::string format_g(float w) {
+  char buffer[32];
+  std::snprintf(buffer, sizeof buffer, "%g", double(w));
+  return buffer;
+}
+
+}  // namespace
+
+void FSTGenericInt::dump_dot(std::ostream& os, char const* title) const {
+  float const one = _semiring->one;
+  os << "digraph FST {\n";
+  if (title) os << "\t" << title << ";\n";
+  if (initial() >= 0) {
+    os << "\t-1 [label=\"\",peripheries=0];\n";
+    os << "\t\t-1 -> " << initial() << ";\n";
+  }
+  FSTStateRange const all = states();
+  for (int s = 0; s < all.size(); ++s) {
+    if (is_final(s)) {
+      if (final_weight(s) == one)
+        os << "\t" << s << " [peripheries=2];\n";
+      else
+        os << "\t" << s << " [label=\"" << s << "/" << format_g(final_weight(s))
+           << "\",peripheries=2];\n";
+    }
+    for (FSTArc* a : arcs_out(s, FSTArcOrderAny)) {
+      os << "\t\t" << s << " -> " << a->to << " [label=\"";
+      write_dot_text(os, a->input ? FSTstring_map[a->input] : "@");
+      os << ":";
+      write_dot_text(os, a->output ? FSTstring_map[a->output] : "@");
+      if (a->weight != one) os << "/" << format_g(a->weight);
+      os << "\"];\n";
+    }
+  }
+  os << "}\n";
+}
+
+// ---- the reader ---------------------------------------------------------------------------------
+
+namespace {
+
+FSTSemiringBase const* semiring_named_in(char const* header) {
+  if (std::strstr(header, "PlusTimesLog")) return FSTPlusTimesLog;
+  if (std::strstr(header, "PlusTimes")) return FSTPlusTimes;
+  if (std::strstr(header, "MaxPlus")) return FSTMaxPlus;
+  return FSTMinPlus;
+}
+
+float header_float(char const* header, char const* keyword, char const* format, float fallback) {
+  char const* at = std::strstr(header, keyword);
+  float value = fallback;
+  if (at) std::sscanf(at, format, &value);
+  return value;
+}
+
+}  // namespace
+
+FSTBasicRep::FSTBasicRep(std::istream& is, char const* header) {
+  if (!header) header = "";
+  _init(semiring_named_in(header));
+  float const scale = header_float(header, "WeightScale=", "WeightScale=%f", 1.0f);
+  float const offset = header_float(header, "WeightOffset=", "WeightOffset=%f", 0.0f);
+  float const zero = _semiring->zero, one = _semiring->one;
+  auto transform = [&](float w) { return w == zero ? w : w * scale + offset; };
+  auto grow_to = [&](int p) {
+    if (p >= _n_states) add_states(p - _n_states + 1);
+  };
+
+  std::string line;
+  char input[1024], output[1024];
+  while (std::getline(is, line)) {
+    if (line.compare(0, 8, "FSTBasic") == 0) continue;
+    char const* text = line.c_str();
+    int p, q;
+    float w;
+    switch (text[0]) {
+      case 'I': {
+        if (std::sscanf(text, "I %d", &p) != 1) FSTFatal("file: usage: I <state>");
+        grow_to(p);
+        if (_initial >= 0 && _initial != p)
+          FSTWarn("file: changing initial state from %d to %d (only one allowed)", _initial, p);
+        set_initial(p);
+        break;
+      }
+      case 'F': {
+        int n = std::sscanf(text, "F %d %f", &p, &w);
+        if (n < 1) FSTFatal("usage: F <state>");
+        grow_to(p);
+        set_final(p, transform(n >= 2 ? w : one));
+        break;
+      }
+      case 'P': {
+        if (std::sscanf(text, "P %d %f", &p, &w) != 2) FSTFatal("usage: P <state>");
+        grow_to(p);
+        set_potential(p, transform(w));
+        break;
+      }
+      case 'T': {
+        int n = std::sscanf(text, "T %d %d %1023s %1023s %f", &p, &q, input, output, &w);
+        if (n < 2) FSTFatal("file: usage: T <from> <to> [<input> [<output> [<weight>]]]");
+        grow_to(p > q ? p : q);
+        if (n < 3) std::strcpy(input, ",");
+        if (n < 4) std::strcpy(output, ",");
+        if (n < 5) w = one;
+        // The output is interned first: with two new names it gets the smaller id.
+        int out = std::strcmp(output, ",") == 0 ? 0 : FSTstring_map[output];
+        int in = std::strcmp(input, ",") == 0 ? 0 : FSTstring_map[input];
+        add_arc(p, q, in, out, transform(w));
+        break;
+      }
+      default:
+        break;
+    }
+  }
+}
+
+FSTGeneric FSTLoadBasic(std::istream& is, char const* header) {
+  return new FSTBasicRep(is, header);
+}
