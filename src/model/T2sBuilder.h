@@ -1,0 +1,74 @@
+// The T2S model builder's stages: the character expansion of a machine's labels (text in,
+// text out) and the packed little-endian model file that a runtime reads into flat arrays.
+#ifndef T2SFST_T2SBUILDER_H
+#define T2SFST_T2SBUILDER_H
+
+#include <cstdint>
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+#include "FSTGeneric.h"
+
+// ---- character expansion ----
+
+// One parsed line of the text format.
+struct Arc {
+  char kind = 0;  // 'T' for an arc
+  uint64_t from = 0;
+  uint64_t to = 0;
+  std::string input;
+  std::string output;
+  float weight = 0;  // 0 when absent
+};
+
+// kind and from; for an arc also to, input, output and weight, blank-separated, no newline.
+std::ostream& operator<<(std::ostream& os, Arc const& arc);
+
+// The machine's text form with its header line.
+std::string FstDumpAscii(FSTGeneric const& machine);
+
+// Parses one line. For an arc, the first label token carries both sides as "input:output"
+// (split at its last ':'; without one, both sides are the token); the second token is ignored.
+Arc ParseLine(std::string const& line);
+
+// The lines (joined by "\n", no final newline) that replace an arc: one arc per byte of its
+// input, new states taken from *next_state. The output and weight go on the last byte's arc.
+std::string ExpandArc(Arc const& arc, unsigned long* next_state);
+
+// The machine's text form with every input label split into byte arcs: all non-arc lines
+// first, then the expanded arcs.
+std::string ConvertLabelToCharValue(FSTGeneric const& machine);
+
+// ---- packed model ----
+
+struct FstModel {
+  struct State {
+    uint32_t first_arc;
+    uint32_t end_arc;
+    uint8_t final;
+  };
+  struct ModelArc {
+    uint8_t input;    // byte of the matched text; 0 is epsilon
+    uint32_t output;  // index into the sorted string table; 0 is the empty string
+    int32_t next;
+    float weight;
+  };
+  int32_t start = -1;  // -1 when the machine has no initial state
+  uint32_t num_states = 0;
+  std::vector<State> states;
+  uint32_t num_arcs = 0;
+  std::vector<ModelArc> arcs;
+  uint32_t num_strings = 0;
+  uint32_t pool_size = 0;
+  std::vector<char> pool;  // the output strings in index order, each zero-terminated
+};
+
+// Builds the model of a character-expanded machine; the caller owns (deletes) it.
+FstModel* FstDumpBinary(FSTGeneric const& machine);
+
+// Writes the model little-endian: start, the 12-byte state records, the 16-byte arc records,
+// the string count, the pool size and the pool; padding bytes are zero.
+void SaveModel(char const* path, FstModel* model);
+
+#endif
