@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <fstream>
+
 #include "TestUtil.h"
 
 namespace {
@@ -37,6 +39,129 @@ TEST(Tool, DemoPrintsTheMachine) {
   EXPECT_NE(r.out.find("reversed: MinPlus semiring, 4 states, 6 arcs, initial state 3\n"),
             std::string::npos)
       << r.out;
+}
+
+}  // namespace
+
+namespace {
+
+std::string const machine_text =
+    "#FSTBasic MinPlus\nI 0\nT 0 1 one 1 0.5\nT 0 1 two 2\nT 1 2 , , 0.25\nF 2\nF 1 1.5\n";
+
+TEST(Tool, PrintAndDraw) {
+  std::string file = WriteTempFile("tool.fst", machine_text);
+  CommandResult r = RunCommand(tool + " print " + file);
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out,
+            "#FSTBasic MinPlus\nI 0\nT 0 1 one 1 0.5\nT 0 1 two 2\nF 1 1.5\n"
+            "T 1 2 , , 0.25\nF 2\n");
+  EXPECT_EQ(RunCommand(tool + " print --no-header <" + file).out, r.out.substr(18));
+
+  r = RunCommand(tool + " draw --title rankdir=LR " + file);
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out.substr(0, 28), "digraph FST {\n\trankdir=LR;\n\t");
+  EXPECT_NE(r.out.find("\t\t0 -> 1 [label=\"one:1/0.5\"];\n"), std::string::npos);
+
+  std::string png = WriteTempFile("tool.png", "");
+  r = RunCommand(tool + " draw --png " + png + " " + file);
+  if (RunCommand("command -v dot").status == 0) {
+    EXPECT_EQ(r.status, 0) << r.err;
+    std::ifstream in(png, std::ios::binary);
+    char magic[4] = {};
+    in.read(magic, 4);
+    EXPECT_EQ(std::string(magic + 1, 3), "PNG");
+  } else {
+    EXPECT_EQ(r.status, 1);
+    EXPECT_EQ(r.err, "t2sfst draw: Graphviz 'dot' is not installed (apt-get install graphviz)\n");
+  }
+
+  // Missing input: one line naming the file, before the library's loader could abort.
+  for (char const* command : {"print", "draw", "info", "convert --to att"}) {
+    r = RunCommand(tool + " " + command + " /nonexistent/m.fst");
+    EXPECT_EQ(r.status, 1) << command;
+    EXPECT_EQ(r.err, "t2sfst " + std::string(command).substr(0, std::string(command).find(' ')) +
+                         ": cannot read /nonexistent/m.fst: No such file or directory\n");
+  }
+  EXPECT_EQ(RunCommand(tool + " print --bogus " + file).status, 2);
+}
+
+TEST(Tool, InfoReportsStructure) {
+  std::string file = WriteTempFile("info.fst", machine_text);
+  CommandResult r = RunCommand(tool + " info " + file);
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.out,
+            "representation    FSTBasic\n"
+            "semiring          MinPlus\n"
+            "states            3\n"
+            "arcs              3\n"
+            "initial state     0\n"
+            "final states      2\n"
+            "epsilon arcs      1\n"
+            "input epsilons    1\n"
+            "output epsilons   1\n"
+            "arc order         none\n"
+            "deterministic     no\n"
+            "acyclic           yes\n"
+            "trim              yes\n");
+  // A cycle, a dead state and an input-deterministic machine.
+  file = WriteTempFile("info2.fst", "I 0\nT 0 1 a\nT 1 0 b\nT 1 2 c\nT 0 3 d\nF 2\n");
+  r = RunCommand(tool + " info " + file);
+  EXPECT_NE(r.out.find("deterministic     yes\nacyclic           no\ntrim              no\n"),
+            std::string::npos)
+      << r.out;
+}
+
+TEST(Tool, AttRoundTripIsTheIdentity) {
+  std::string file = WriteTempFile("att.fst",
+                                   "#FSTBasic MinPlus\nI 2\nT 0 1 one 1 0.123456791\nT 1 2 , x\n"
+                                   "F 0 0.5\nT 2 0 two , -3\nT 2 2 a b\nF 1\n");
+  std::string att = WriteTempFile("m.att", ""), syms = WriteTempFile("m.syms", "");
+  CommandResult r =
+      RunCommand(tool + " convert --to att --symbols " + syms + " " + file + " " + att);
+  ASSERT_EQ(r.status, 0) << r.err;
+  std::ifstream att_in(att);
+  std::string first_line;
+  std::getline(att_in, first_line);
+  EXPECT_EQ(first_line.substr(0, 2), "2\t");  // the start state's lines come first
+  r = RunCommand(tool + " convert --from att --symbols " + syms + " " + att);
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, RunCommand(tool + " print " + file).out);
+
+  // Numeric labels resolve through the symbol table; "<eps>" is epsilon.
+  std::string numeric = WriteTempFile("n.att", "0\t1\t5\t0\t0.5\n1\n");
+  std::string table = WriteTempFile("n.syms", "<eps>\t0\nfive\t5\n");
+  r = RunCommand(tool + " convert --from att --symbols " + table + " " + numeric);
+  EXPECT_EQ(r.out, "#FSTBasic MinPlus\nI 0\nT 0 1 five , 0.5\nF 1\n");
+  r = RunCommand(tool + " convert --from att --acceptor --semiring MaxPlus " +
+                 WriteTempFile("a.att", "0 1 x 2\n1\n"));
+  EXPECT_EQ(r.out, "#FSTBasic MaxPlus\nI 0\nT 0 1 x x 2\nF 1\n");
+  r = RunCommand(tool + " convert --from att " + WriteTempFile("bad.att", "0 1 a b 1 extra\n"));
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "t2sfst convert: line 1 is not an AT&T line: 0 1 a b 1 extra\n");
+}
+
+}  // namespace
+
+namespace {
+
+// Through a general-purpose peer toolkit and back, when its tools are installed.
+TEST(Tool, AttInteropWithPeerToolkit) {
+  if (RunCommand("command -v fstcompile && command -v fstprint").status != 0)
+    GTEST_SKIP() << "fstcompile/fstprint not installed (Debian package libfst-tools)";
+  // States numbered in order of appearance from the start, as the peer numbers them.
+  std::string file = WriteTempFile("peer.fst",
+                                   "#FSTBasic MinPlus\nI 0\nT 0 1 hello world 0.5\nT 1 2 , x\n"
+                                   "T 2 1 a , 1.25\nF 2 0.75\n");
+  std::string att = WriteTempFile("peer.att", ""), syms = WriteTempFile("peer.syms", "");
+  std::string compiled = WriteTempFile("peer.bin", ""), back = WriteTempFile("peer2.att", "");
+  ASSERT_EQ(
+      RunCommand(tool + " convert --to att --symbols " + syms + " " + file + " " + att).status, 0);
+  CommandResult r = RunCommand("fstcompile --isymbols=" + syms + " --osymbols=" + syms + " " + att +
+                               " " + compiled + " && fstprint --isymbols=" + syms +
+                               " --osymbols=" + syms + " " + compiled + " " + back);
+  ASSERT_EQ(r.status, 0) << r.err;
+  r = RunCommand(tool + " convert --from att --symbols " + syms + " " + back);
+  EXPECT_EQ(r.out, RunCommand(tool + " print " + file).out);
 }
 
 }  // namespace

@@ -12,5 +12,9 @@ struct Command {
 
 int RunDemo(int argc, char** argv);
 int RunLabels(int argc, char** argv);
+int RunPrint(int argc, char** argv);
+int RunDraw(int argc, char** argv);
+int RunInfo(int argc, char** argv);
+int RunConvert(int argc, char** argv);
 
 #endif

@@ -7,9 +7,17 @@
 namespace {
 
 Command const commands[] = {
-    {"demo", "", "build a small machine and print it", RunDemo},
+    {"print", "[--no-header] [IN]", "write a machine in the text format", RunPrint},
+    {"draw", "[--title TEXT] [--png FILE] [IN]",
+     "draw a machine as Graphviz dot, or render it to PNG", RunDraw},
+    {"info", "[IN]", "size, labels and structural properties of a machine", RunInfo},
+    {"convert",
+     "--to att [--symbols FILE] [IN [OUT]] | --from att [--symbols FILE] "
+     "[--acceptor] [--semiring NAME] [IN [OUT]]",
+     "AT&T text with a symbol table, to and from the text format", RunConvert},
     {"labels", "[--file FILE] [TEXT...]",
      "print label ids (interning TEXTs), or the whole label table", RunLabels},
+    {"demo", "", "build a small machine and print it", RunDemo},
 };
 
 void print_help(FILE* out) {
@@ -21,7 +29,8 @@ void print_help(FILE* out) {
                "commands:\n");
   for (Command const& c : commands) std::fprintf(out, "  %-10s %s\n", c.name, c.summary);
   std::fprintf(out,
-               "\nThe label alphabet can be preloaded from the file named by FST_LABELS_FILE.\n");
+               "\nIN is a machine file (standard input when absent or \"-\"). The label alphabet\n"
+               "can be preloaded from the file named by FST_LABELS_FILE.\n");
 }
 
 Command const* find_command(char const* name) {
