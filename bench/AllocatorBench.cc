@@ -80,5 +80,3 @@ void BM_BuildMillionArcs(benchmark::State& state) {
 BENCHMARK(BM_BuildMillionArcs)->Unit(benchmark::kMillisecond);
 
 }  // namespace
-
-BENCHMARK_MAIN();
