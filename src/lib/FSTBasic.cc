@@ -8,11 +8,6 @@
 #include "FSTStringMap.h"
 #include "FSTlib.h"
 
-// The condition texts name the argument, e.g. "(q) >= 0" for FST_ASSERT_STATE(q).
-#define FST_ASSERT_STATE(p) \
-  FST_ASSERT((p) >= 0);     \
-  FST_ASSERT((p) < _n_states)
-
 namespace {
 
 bool by_input(FSTArc const* a, FSTArc const* b) { return a->input < b->input; }
@@ -290,7 +285,9 @@ int FSTBasicRep::add_states(int n) {
   FST_ASSERT(n >= 0);
   if (n == 0) return -1;
   int first = _n_states;
-  _states.reserve(size_t(_n_states) + size_t(n));
+  // Geometric growth: copying a lazy machine adds states one or two at a time.
+  size_t needed = size_t(_n_states) + size_t(n);
+  if (_states.capacity() < needed) _states.reserve(std::max(needed, 2 * _states.capacity()));
   for (int i = 0; i < n; ++i) {
     void* memory = FSTAllocator::_allocate(_state_units);
     _states.push_back(new (memory) _State{_semiring->zero, _semiring->one, FSTArcVector()});
