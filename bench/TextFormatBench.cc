@@ -1,8 +1,8 @@
 // Writing and reading back a text machine of one million arcs.
+#include <benchmark/benchmark.h>
+
 #include <sstream>
 #include <string>
-
-#include <benchmark/benchmark.h>
 
 #include "FST.h"
 

@@ -4,10 +4,14 @@
 
 #include "FSTAllocator.h"
 #include "FSTBasic.h"
+#include "FSTClosure.h"
+#include "FSTConcatenate.h"
 #include "FSTGeneric.h"
+#include "FSTLazy.h"
 #include "FSTLoad.h"
 #include "FSTSemiring.h"
 #include "FSTStringMap.h"
+#include "FSTUnion.h"
 #include "FSTlib.h"
 
 #endif

@@ -270,9 +270,10 @@ class FSTGenericInt : public FSTReferenceCounted {
   [[noreturn]] void _unavailable(char const* operation) const;
 
   FSTSemiringBase const* _semiring;
-  int _n_states;
-  int _n_arcs;
-  int _initial;
+  // Lazy machines discover states and arcs inside const queries.
+  mutable int _n_states;
+  mutable int _n_arcs;
+  mutable int _initial;
   bool _rep_flag[2];  // meaning owned by the representation
   std::string _reload_file;
   long _reload_mtime;

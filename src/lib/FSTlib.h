@@ -26,4 +26,10 @@ long file_mtime(char const* path);
        ? static_cast<void>(0)                         \
        : FSTAssertFail(#expression, __FILE__, __LINE__, __PRETTY_FUNCTION__))
 
+// Checks a state argument against the machine's state count; the condition texts name the
+// argument, e.g. "(q) >= 0" for FST_ASSERT_STATE(q).
+#define FST_ASSERT_STATE(p) \
+  FST_ASSERT((p) >= 0);     \
+  FST_ASSERT((p) < _n_states)
+
 #endif

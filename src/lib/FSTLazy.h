@@ -1,0 +1,98 @@
+// What every lazily computed machine shares: its states are keys (an operand and its state, a
+// pair of states, a subset...) numbered densely in order of discovery, and its arcs are built
+// on demand into a list that the returned iterator owns.
+#ifndef T2SFST_FSTLAZY_H
+#define T2SFST_FSTLAZY_H
+
+#include <functional>
+
+#include "FSTGeneric.h"
+#include "FSTlib.h"
+
+// Whether label x is selected by a query for label l in mode m (0 equal, 1 up to l, 2 from l).
+inline bool FSTLabelMatches(int x, int l, FSTArcMode m) {
+  switch (m) {
+    case FSTArcModeEqual:
+      return x == l;
+    case FSTArcModeLessEqual:
+      return x <= l;
+    case FSTArcModeGreaterEqual:
+      return x >= l;
+  }
+  return false;
+}
+
+// The semiring every operand shares (MinPlus when there are none); an operand with another one
+// is fatal with mismatch_format, filled with the first operand's semiring name and its own.
+FSTSemiringBase const* FSTOperandsSemiring(fst::vector<FSTGeneric> const& fsts,
+                                           char const* mismatch_format);
+
+// Reloads every operand whose file changed; returns whether any did.
+bool FSTReloadOperands(fst::vector<FSTGeneric>& fsts);
+
+// An arc list under construction, owned by the iterator it becomes.
+class FSTArcList {
+ public:
+  FSTArcList() : _data(new FSTArcIterData) {}
+  void add(int input, int output, float weight, int to, int from) {
+    _data->arcs.push_back(FSTNewArc(input, output, weight, to, from));
+  }
+  FSTArcVector& arcs() { return _data->arcs; }
+  // The iterator over the list, sorted first when order is not 0; an empty list gives the
+  // all-null iterator.
+  FSTArcIter iter(FSTArcOrder order = FSTArcOrderAny) {
+    if (_data->arcs.empty()) return FSTArcIter();
+    FSTGenericInt::_sort_arcs(_data->arcs, order);
+    return FSTArcIter(_data.get());
+  }
+
+ private:
+  FSTReferenceCounter<FSTArcIterData> _data;
+};
+
+// The state of a machine built from several operands: which operand, and its state there.
+struct FSTOperandState {
+  int operand;
+  int state;
+  bool operator<(FSTOperandState const& o) const {
+    return operand != o.operand ? operand < o.operand : state < o.state;
+  }
+};
+
+template <class Key, class Less = std::less<Key>>
+class FSTLazyRep : public FSTGenericInt {
+ protected:
+  // The id of key, which becomes the next state when it is new.
+  int _find_or_add_state(Key const& key) const {
+    auto found = _ids.find(key);
+    if (found != _ids.end()) return found->second;
+    int id = _n_states++;
+    auto added = _ids.emplace(key, id).first;
+    _keys.push_back(&added->first);
+    return id;
+  }
+
+  // The key of state p, which must exist.
+  Key const& _state(int p) const {
+    FST_ASSERT_STATE(p);
+    return *_keys[size_t(p)];
+  }
+
+  // Forgets every state.
+  void _clean() const {
+    _ids.clear();
+    _keys.clear();
+    _n_states = 0;
+  }
+
+  // Expands states in id order until no new ones appear.
+  void _expand_all() const {
+    for (int p = 0; p < _n_states; ++p) arcs_out(p, FSTArcOrderAny);
+  }
+
+ private:
+  mutable fst::map<Key, int, Less> _ids;
+  mutable fst::vector<Key const*> _keys;  // into the map's nodes, which never move
+};
+
+#endif
