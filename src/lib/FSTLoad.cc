@@ -67,7 +67,7 @@ FSTGeneric dispatch(std::istream& is, char const* file) {
 }
 
 // Where machine-algebra expressions will be parsed; until the expression language exists,
-// nothing parses and the spec is taken as a file name.
+// nothing parses and the argument is taken as a file name.
 bool load_expression(char const*, FSTGeneric&, std::string& error) {
   error = "expressions are not available in this build of t2sfst";
   return false;
@@ -85,15 +85,15 @@ FSTGeneric FSTLoadFile(char const* file) {
   return dispatch(in, file);
 }
 
-FSTGeneric FSTLoad(char const* spec) {
+FSTGeneric FSTLoad(char const* source) {
   FSTGeneric result;
   std::string error;
-  if (spec && load_expression(spec, result, error)) return result;
-  if (!spec || !*spec || std::strcmp(spec, "-") == 0) return dispatch(FSTBinaryCin(), spec);
-  std::ifstream in(spec, std::ios::binary);
-  if (!in) FSTFatal("can't read file %s or parse as expression\n%s", spec, error.c_str());
-  return dispatch(in, spec);
+  if (source && load_expression(source, result, error)) return result;
+  if (!source || !*source || std::strcmp(source, "-") == 0) return dispatch(FSTBinaryCin(), source);
+  std::ifstream in(source, std::ios::binary);
+  if (!in) FSTFatal("can't read file %s or parse as expression\n%s", source, error.c_str());
+  return dispatch(in, source);
 }
 
-FSTGeneric FSTLoad(std::string const& spec) { return FSTLoad(spec.c_str()); }
-FSTGeneric FSTLoadFile(std::string const& spec) { return FSTLoad(spec.c_str()); }
+FSTGeneric FSTLoad(std::string const& source) { return FSTLoad(source.c_str()); }
+FSTGeneric FSTLoadFile(std::string const& source) { return FSTLoad(source.c_str()); }

@@ -12,12 +12,12 @@
 FSTGeneric FSTLoadStream(std::istream& is);
 // Opens and reads a file; one that cannot be read is fatal.
 FSTGeneric FSTLoadFile(char const* file);
-// Tries spec as an expression first, then as a file name (null, "" and "-" read standard
+// Tries the source as an expression first, then as a file name (null, "" and "-" read standard
 // input). A loaded file's modification time is remembered, so FSTGeneric::reload() follows it.
-FSTGeneric FSTLoad(char const* spec);
-FSTGeneric FSTLoad(std::string const& spec);
+FSTGeneric FSTLoad(char const* source);
+FSTGeneric FSTLoad(std::string const& source);
 // Like FSTLoad, expressions included: only the C-string form reads the file alone.
-FSTGeneric FSTLoadFile(std::string const& spec);
+FSTGeneric FSTLoadFile(std::string const& source);
 
 // Standard input as the loaders read it.
 std::istream& FSTBinaryCin();
