@@ -16,5 +16,7 @@ int RunPrint(int argc, char** argv);
 int RunDraw(int argc, char** argv);
 int RunInfo(int argc, char** argv);
 int RunConvert(int argc, char** argv);
+int RunRmEpsilon(int argc, char** argv);
+int RunDeterminize(int argc, char** argv);
 
 #endif

@@ -39,10 +39,15 @@ int WriteAtt(FSTGeneric const& m, std::ostream& os, std::string const& symbols_p
   };
   m->force();
   int const n = m->states().size();
+  int const start = m->initial();
+  // AT&T text names the start state by its first line. A start with no line of its own (no
+  // arcs, not final) means an empty language, which is written as an empty file.
   std::vector<int> order;
-  if (m->initial() >= 0) order.push_back(m->initial());
-  for (int s = 0; s < n; ++s)
-    if (s != m->initial()) order.push_back(s);
+  if (start >= 0 && (m->is_final(start) || !m->arcs_out(start).done())) {
+    order.push_back(start);
+    for (int s = 0; s < n; ++s)
+      if (s != start) order.push_back(s);
+  }
   for (int s : order) {
     for (FSTArc* a : m->arcs_out(s)) {
       char const* in = name(a->input);

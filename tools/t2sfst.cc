@@ -15,6 +15,12 @@ Command const commands[] = {
      "--to att [--symbols FILE] [IN [OUT]] | --from att [--symbols FILE] "
      "[--acceptor] [--semiring NAME] [IN [OUT]]",
      "AT&T text with a symbol table, to and from the text format", RunConvert},
+    {"rmepsilon", "[--acceptor] [--delta D] [IN [OUT]]",
+     "remove epsilon arcs (only epsilon:epsilon ones with --acceptor)", RunRmEpsilon},
+    {"determinize", "[--acceptor] [--limit N] [--delta D] [IN [OUT]]",
+     "weighted subset construction; groups of more than N arcs with one label become one arc "
+     "(default 1)",
+     RunDeterminize},
     {"labels", "[--file FILE] [TEXT...]",
      "print label ids (interning TEXTs), or the whole label table", RunLabels},
     {"demo", "", "build a small machine and print it", RunDemo},

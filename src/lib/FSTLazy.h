@@ -62,12 +62,16 @@ struct FSTOperandState {
 template <class Key, class Less = std::less<Key>>
 class FSTLazyRep : public FSTGenericInt {
  protected:
+  // less may carry state, such as the tolerance within which two keys' weights are equal.
+  explicit FSTLazyRep(Less const& less = Less()) : _ids(less) {}
+
   // The id of key, which becomes the next state when it is new.
-  int _find_or_add_state(Key const& key) const {
+  int _find_or_add_state(Key const& key) const { return _find_or_add_state(Key(key)); }
+  int _find_or_add_state(Key&& key) const {
     auto found = _ids.find(key);
     if (found != _ids.end()) return found->second;
     int id = _n_states++;
-    auto added = _ids.emplace(key, id).first;
+    auto added = _ids.emplace(std::move(key), id).first;
     _keys.push_back(&added->first);
     return id;
   }

@@ -1,0 +1,337 @@
+#include "FSTDeterminize.h"
+
+#include <algorithm>
+#include <climits>
+#include <sstream>
+
+#include "FSTStringMap.h"
+
+namespace fst_determinize {
+
+_TripleSet::_TripleSet(_TripleSet&& other) noexcept
+    : _n(other._n), _first(other._first), _last(other._last) {
+  other._n = 0;
+  other._first = other._last = nullptr;
+}
+
+_TripleSet::~_TripleSet() {
+  for (_Chunk* c = _first; c;) {
+    _Chunk* next = c->next;
+    FSTAllocator::_deallocate(c, sizeof(_Chunk) / FSTAllocator::unit_bytes);
+    c = next;
+  }
+}
+
+void _TripleSet::add(int pair, float weight) {
+  int slot = _n % _chunk_size;
+  if (slot == 0) {
+    auto* chunk =
+        static_cast<_Chunk*>(FSTAllocator::_allocate(sizeof(_Chunk) / FSTAllocator::unit_bytes));
+    chunk->next = nullptr;
+    if (_last)
+      _last->next = chunk;
+    else
+      _first = chunk;
+    _last = chunk;
+  }
+  _last->triples[slot] = {pair, weight};
+  ++_n;
+}
+
+bool _SubsetLess::operator()(_TripleSet const& a, _TripleSet const& b) const {
+  if (a.size() != b.size()) return a.size() < b.size();
+  // The first differing pair decides; then the first residual that differs by the tolerance.
+  for (auto i = a.begin(), j = b.begin(); !i.done(); i.next(), j.next())
+    if ((*i).pair != (*j).pair) return (*i).pair < (*j).pair;
+  for (auto i = a.begin(), j = b.begin(); !i.done(); i.next(), j.next()) {
+    if ((*j).weight - (*i).weight >= tolerance) return true;
+    if ((*i).weight - (*j).weight >= tolerance) return false;
+  }
+  return false;
+}
+
+}  // namespace fst_determinize
+
+using fst_determinize::_TripleSet;
+
+FSTDeterminizeRep::FSTDeterminizeRep(FSTGeneric const& in, int limit, bool fsa, float delta,
+                                     bool full)
+    : FSTLazyRep(fst_determinize::_SubsetLess{delta}),
+      _fst(in),
+      _limit(limit),
+      _fsa(fsa),
+      _full(full),
+      _input_alphabet(in->input_alphabet()),
+      _output_alphabet(in->output_alphabet()),
+      _labels(193),
+      _delta(delta) {
+  name = "FSTDeterminize";
+  _semiring = in->semiring();
+  if (_limit < 1) _limit = INT_MAX;
+  if (_full) _limit = 1;
+  _init();
+}
+
+FSTDeterminizeRep::~FSTDeterminizeRep() {
+  _free_collection();
+  _clean();
+}
+
+void FSTDeterminizeRep::_init() const {
+  _clean();
+  _weights.clear();
+  _pair_index.clear();
+  _pairs.clear();
+  _initial = -1;
+  int i = _fst->initial();
+  if (i < 0) return;
+  _TripleSet start;
+  start.add(_lookup_pair(i, 0), _semiring->one);
+  _initial = _find_or_add_subset(std::move(start));
+}
+
+int FSTDeterminizeRep::_lookup_pair(int state, int label) const {
+  auto found = _pair_index.find({state, label});
+  if (found != _pair_index.end()) return found->second;
+  int index = int(_pairs.size());
+  auto added = _pair_index.emplace(_Pair{state, label}, index).first;
+  _pairs.push_back(&added->first);
+  return index;
+}
+
+int FSTDeterminizeRep::_find_or_add_subset(_TripleSet&& subset) const {
+  int before = _n_states;
+  int id = _find_or_add_state(std::move(subset));
+  if (id < before) return id;
+  FSTSemiringBase const& s = *_semiring;
+  _StateWeights w{s.zero, s.zero};
+  _state(id).for_each([&](_TripleSet::_Triple const& t) {
+    _Pair const& pair = *_pairs[size_t(t.pair)];
+    if (pair.state >= 0) {
+      if (pair.label == 0 && _fst->is_final(pair.state))
+        w.final = s.plus(w.final, s.times(_fst->final_weight(pair.state), t.weight));
+      w.potential = s.better(w.potential, s.times(t.weight, _fst->potential(pair.state)));
+    } else {
+      // The pseudo state that pending labels at final states lead to.
+      if (pair.label == 0) w.final = t.weight;
+      w.potential = s.better(w.potential, t.weight);
+    }
+  });
+  _weights.push_back(w);
+  return id;
+}
+
+// ---- arcs ---------------------------------------------------------------------------------------
+
+void FSTDeterminizeRep::_collect(_TripleSet const& subset, bool& had_arcs) const {
+  FSTSemiringBase const& s = *_semiring;
+  auto add = [this](_CollectionEntry const& e) {
+    void* memory = FSTAllocator::allocate(sizeof(_CollectionEntry));
+    _collection.push_back(new (memory) _CollectionEntry(e));
+  };
+  subset.for_each([&](_TripleSet::_Triple const& t) {
+    _Pair const pair = *_pairs[size_t(t.pair)];
+    int q = pair.state, o = pair.label;
+    if (q >= 0) {
+      // A pending label is always emitted before a new one.
+      for (FSTArc* a : _fst->arcs_out(q, FSTArcOrderAny)) {
+        had_arcs = true;
+        float w = s.times(t.weight, a->weight);
+        if (o != 0)
+          add({a->input, a->to, o, a->output, w});
+        else
+          add({a->input, a->to, a->output, 0, w});
+      }
+    }
+    // A label still pending at a final state leaves by epsilon into the final pseudo state.
+    if (o != 0 && (q < 0 || _fst->is_final(q)))
+      add({0, -1, o, 0, q < 0 ? t.weight : s.times(t.weight, _fst->final_weight(q))});
+  });
+}
+
+void FSTDeterminizeRep::_sort_and_merge() const {
+  auto key = [](_CollectionEntry const* e) {
+    return std::make_tuple(e->input, e->output, e->pending, e->target);
+  };
+  std::sort(_collection.begin(), _collection.end(),
+            [&](_CollectionEntry const* a, _CollectionEntry const* b) { return key(a) < key(b); });
+  size_t kept = 0;
+  for (size_t i = 0; i < _collection.size(); ++i) {
+    _CollectionEntry* e = _collection[i];
+    if (kept > 0 && key(_collection[kept - 1]) == key(e)) {
+      _collection[kept - 1]->weight = _semiring->plus(_collection[kept - 1]->weight, e->weight);
+      FSTAllocator::deallocate(e, sizeof(_CollectionEntry));
+    } else {
+      _collection[kept++] = e;
+    }
+  }
+  _collection.resize(kept);
+}
+
+void FSTDeterminizeRep::_simple_arc(int p, _CollectionEntry const& e, float weight,
+                                    FSTArcList& list) const {
+  _TripleSet single;
+  single.add(_lookup_pair(e.target, e.pending), _semiring->one);
+  list.add(e.input, e.output, weight, _find_or_add_subset(std::move(single)), p);
+}
+
+void FSTDeterminizeRep::_build_group(int p, size_t begin, size_t end, FSTArcList& list) const {
+  FSTSemiringBase const& s = *_semiring;
+  int const label = _collection[begin]->input;
+  size_t const n = end - begin;
+  if (int(n) <= _limit && !_labels.count(label)) {
+    for (size_t i = begin; i < end; ++i)
+      _simple_arc(p, *_collection[i], _collection[i]->weight, list);
+    return;
+  }
+  // One arc for the group: W is the plus of the weights, the entries keep residuals.
+  float W = s.zero;
+  bool same_output = true;
+  for (size_t i = begin; i < end; ++i) {
+    W = s.plus(W, _collection[i]->weight);
+    same_output &= _collection[i]->output == _collection[begin]->output;
+  }
+  int const arc_output = same_output ? _collection[begin]->output : 0;
+  struct Member {
+    _CollectionEntry const* entry;
+    int label;  // the pending label of its triple
+    float residual;
+  };
+  std::vector<Member> members;
+  bool split = false;
+  for (size_t i = begin; i < end; ++i) {
+    _CollectionEntry const& e = *_collection[i];
+    if (same_output) {
+      members.push_back({&e, e.pending, e.weight});
+    } else if (e.pending != 0) {
+      // It cannot wait for a second label: it stays an arc of its own.
+      _simple_arc(p, e, e.weight, list);
+      split = true;
+    } else {
+      members.push_back({&e, e.output, e.weight});
+    }
+  }
+  if (members.empty()) return;
+  if (W != s.one)
+    for (Member& m : members) m.residual = s.divide(m.residual, W);
+
+  _TripleSet subset;
+  for (Member const& m : members) subset.add(_lookup_pair(m.entry->target, m.label), m.residual);
+
+  // Guard against endless subsets: the same pairs as p's own subset with other residuals is the
+  // start of a chain that never closes (a machine that cannot be determinized).
+  if (!_full && !split && members.size() > 1 && subset.size() == _state(p).size()) {
+    bool same_pairs = true, other_residuals = false;
+    for (auto i = subset.begin(), j = _state(p).begin(); !i.done(); i.next(), j.next()) {
+      same_pairs &= (*i).pair == (*j).pair;
+      float d = (*i).weight - (*j).weight;
+      if (d >= _delta || -d >= _delta) other_residuals = true;
+    }
+    if (same_pairs && other_residuals) {
+      for (Member const& m : members) _simple_arc(p, *m.entry, s.times(m.residual, W), list);
+      return;
+    }
+  }
+  list.add(label, arc_output, W, _find_or_add_subset(std::move(subset)), p);
+}
+
+FSTArcIter FSTDeterminizeRep::arcs_out(int p, FSTArcOrder order) const {
+  _TripleSet const& subset = _state(p);
+  _free_collection();
+  bool had_arcs = false;
+  _collect(subset, had_arcs);
+  _sort_and_merge();
+  if (had_arcs) FST_ASSERT(!_collection.empty());
+  FSTArcList list;
+  size_t begin = 0;
+  while (begin < _collection.size()) {
+    _CollectionEntry const& first = *_collection[begin];
+    // Where the pair is the symbol, a group holds one (input, output, pending) only.
+    bool pair_symbol = _fsa || first.input == 0 || first.input == 1 || _labels.count(first.input);
+    size_t end = begin + 1;
+    while (end < _collection.size()) {
+      _CollectionEntry const& e = *_collection[end];
+      if (e.input != first.input) break;
+      if (pair_symbol && (e.output != first.output || e.pending != first.pending)) break;
+      ++end;
+    }
+    _build_group(p, begin, end, list);
+    begin = end;
+  }
+  _free_collection();
+  return list.iter(order);
+}
+
+void FSTDeterminizeRep::_free_collection() const {
+  for (_CollectionEntry* e : _collection) FSTAllocator::deallocate(e, sizeof(_CollectionEntry));
+  _collection.clear();
+}
+
+FSTArcIter FSTDeterminizeRep::arcs_out_with_input(int, int, FSTArcMode) const {
+  FSTFatal("FSTDeterminizeRep::arcs_out_with_input: not implemented");
+}
+
+FSTArcIter FSTDeterminizeRep::arcs_out_with_output(int, int, FSTArcMode) const {
+  FSTFatal("FSTDeterminizeRep::arcs_out_with_output: not implemented");
+}
+
+void FSTDeterminizeRep::force() const { FSTFatal("FSTDeterminizeRep::force not implemented"); }
+
+bool FSTDeterminizeRep::is_final(int p) const { return final_weight(p) != _semiring->zero; }
+
+float FSTDeterminizeRep::final_weight(int p) const {
+  _state(p);
+  return _weights[size_t(p)].final;
+}
+
+float FSTDeterminizeRep::potential(int p) const {
+  _state(p);
+  return _weights[size_t(p)].potential;
+}
+
+void FSTDeterminizeRep::reset() const {
+  _free_collection();
+  _init();
+}
+
+FSTGeneric FSTDeterminizeRep::reload(bool& changed) {
+  if (_fst.reload()) changed = true;
+  reset();
+  return FSTGeneric(this);
+}
+
+void FSTDeterminizeRep::state_set(int p, fst::set<int>& out) const {
+  out.clear();
+  _state(p).for_each([&](_TripleSet::_Triple const& t) {
+    int q = _pairs[size_t(t.pair)]->state;
+    if (q >= 0) out.insert(q);
+  });
+}
+
+std::string FSTDeterminizeRep::describe(int p) const {
+  std::ostringstream os;
+  os << "{";
+  bool first = true;
+  _state(p).for_each([&](_TripleSet::_Triple const& t) {
+    _Pair const& pair = *_pairs[size_t(t.pair)];
+    os << (first ? "" : ",") << "(" << pair.state << "," << FSTstring_map[pair.label] << ","
+       << t.weight << ")";
+    first = false;
+  });
+  os << "}";
+  return os.str();
+}
+
+FSTGeneric FSTDeterminize(FSTGeneric const& in, int limit, bool fsa, float delta, bool full) {
+  return new FSTDeterminizeRep(in, limit, fsa, delta, full);
+}
+
+FSTGeneric FSTDeterminizeA(FSTGeneric const& in, int limit, float delta, bool full) {
+  return FSTDeterminize(in, limit, true, delta, full);
+}
+
+void FSTDeterminizeStateSet(FSTGeneric const& m, int p, fst::set<int>& out) {
+  auto rep = dynamic_cast<FSTDeterminizeRep const*>(m.get());
+  FST_ASSERT(rep != nullptr);
+  rep->state_set(p, out);
+}

@@ -1,0 +1,154 @@
+// Lazy weighted subset construction. A result state is a subset of triples (input state,
+// pending output label, residual weight); its arcs group the arcs leaving the triples by label.
+#ifndef T2SFST_FSTDETERMINIZE_H
+#define T2SFST_FSTDETERMINIZE_H
+
+#include <string>
+#include <unordered_set>
+
+#include "FSTLazy.h"
+
+namespace fst_determinize {
+
+// A subset: triples in the order they were added, in allocator chunks of 15 (128 bytes each).
+class _TripleSet {
+ public:
+  struct _Triple {
+    int pair;  // interned (input state, pending label)
+    float weight;
+  };
+
+  _TripleSet() = default;
+  _TripleSet(_TripleSet&& other) noexcept;
+  _TripleSet& operator=(_TripleSet&&) = delete;
+  ~_TripleSet();
+
+  void add(int pair, float weight);
+  int size() const { return _n; }
+
+  // Calls f(triple) for each triple in order.
+  template <class F>
+  void for_each(F f) const {
+    for (Cursor c = begin(); !c.done(); c.next()) f(*c);
+  }
+
+ private:
+  static constexpr int _chunk_size = 15;
+  struct _Chunk {
+    _Chunk* next;
+    _Triple triples[_chunk_size];
+  };
+
+ public:
+  // Walks the triples in order.
+  class Cursor {
+   public:
+    Cursor(_Chunk const* chunk, int left) : _chunk(chunk), _left(left) {}
+    bool done() const { return _left == 0; }
+    _Triple const& operator*() const { return _chunk->triples[_slot]; }
+    void next() {
+      --_left;
+      if (++_slot == _chunk_size) _chunk = _chunk->next, _slot = 0;
+    }
+
+   private:
+    _Chunk const* _chunk;
+    int _left;
+    int _slot = 0;
+  };
+  Cursor begin() const { return Cursor(_first, _n); }
+
+ private:
+  static_assert(sizeof(_Chunk) == 16 * FSTAllocator::unit_bytes, "a chunk is 128 bytes");
+
+  int _n = 0;
+  _Chunk* _first = nullptr;
+  _Chunk* _last = nullptr;  // where the next triple goes
+};
+
+// Same pairs in the same order, residuals within the tolerance.
+struct _SubsetLess {
+  float tolerance = 0;
+  bool operator()(_TripleSet const& a, _TripleSet const& b) const;
+};
+
+}  // namespace fst_determinize
+
+class FSTDeterminizeRep
+    : public FSTLazyRep<fst_determinize::_TripleSet, fst_determinize::_SubsetLess> {
+ public:
+  using _TripleSet = fst_determinize::_TripleSet;
+
+  // limit: groups of at most this many arcs with one label stay separate arcs (below 1: no
+  // limit); fsa: the (input, output) pair is the symbol; full: determinize every group (limit 1).
+  FSTDeterminizeRep(FSTGeneric const& in, int limit, bool fsa, float delta, bool full);
+  ~FSTDeterminizeRep() override;
+
+  fst::set<int> const& input_alphabet() const override { return _input_alphabet; }
+  fst::set<int> const& output_alphabet() const override { return _output_alphabet; }
+  using FSTGenericInt::arcs_out;
+  FSTArcIter arcs_out(int p, FSTArcOrder order = FSTArcOrderAny) const override;
+  // Not provided: the machine is read state by state through arcs_out.
+  FSTArcIter arcs_out_with_input(int p, int label, FSTArcMode m = FSTArcModeEqual) const override;
+  FSTArcIter arcs_out_with_output(int p, int label, FSTArcMode m = FSTArcModeEqual) const override;
+  bool is_final(int p) const override;
+  float final_weight(int p) const override;
+  float potential(int p) const override;
+  void force() const override;
+  void reset() const override;
+  FSTGeneric reload(bool& changed) override;
+
+  // The input states of result state p's subset.
+  void state_set(int p, fst::set<int>& out) const;
+  // "{(state,label,weight),...}", for debugging.
+  std::string describe(int p) const;
+
+ private:
+  struct _Pair {
+    int state;
+    int label;
+    bool operator<(_Pair const& o) const {
+      return state != o.state ? state < o.state : label < o.label;
+    }
+  };
+  struct _StateWeights {
+    float final;
+    float potential;
+  };
+  struct _CollectionEntry {
+    int input;
+    int target;
+    int output;   // emitted on the arc
+    int pending;  // waiting after it
+    float weight;
+  };
+
+  using FSTLazyRep::_find_or_add_state;
+  int _find_or_add_subset(_TripleSet&& subset) const;
+  int _lookup_pair(int state, int label) const;
+  void _init() const;
+  void _collect(_TripleSet const& subset, bool& had_arcs) const;
+  void _sort_and_merge() const;
+  void _build_group(int p, size_t begin, size_t end, FSTArcList& list) const;
+  void _simple_arc(int p, _CollectionEntry const& e, float weight, FSTArcList& list) const;
+  void _free_collection() const;
+
+  FSTGeneric _fst;
+  mutable fst::vector<_StateWeights> _weights;  // by result state
+  mutable fst::map<_Pair, int> _pair_index;
+  mutable fst::vector<_Pair const*> _pairs;
+  mutable fst::vector<_CollectionEntry*> _collection;
+  int _limit;
+  bool _fsa;
+  bool _full;
+  fst::set<int> _input_alphabet;
+  fst::set<int> _output_alphabet;
+  std::unordered_set<int> _labels;  // labels always determinized; nothing adds to it yet
+  float _delta;
+};
+
+FSTGeneric FSTDeterminize(FSTGeneric const& in, int limit, bool fsa, float delta, bool full);
+FSTGeneric FSTDeterminizeA(FSTGeneric const& in, int limit, float delta, bool full);
+void FSTDeterminizeStateSet(FSTGeneric const& m, int p, fst::set<int>& out);
+
+#endif

@@ -1,0 +1,85 @@
+// Lazy epsilon removal. A result state is an epsilon closure: input states, each with at most
+// one output label still waiting to be emitted, weighted by the epsilon paths that reach them.
+#ifndef T2SFST_FSTREMOVEEPSILONS_H
+#define T2SFST_FSTREMOVEEPSILONS_H
+
+#include "FSTLazy.h"
+
+namespace fst_remove_epsilons {
+
+// (input state, pending output label); 0 means nothing is pending.
+struct _StateOutput {
+  int state;
+  int output;
+  bool operator<(_StateOutput const& o) const {
+    return state != o.state ? state < o.state : output < o.output;
+  }
+};
+
+// A closure. Besides its real entries it holds (-1, 0) = final weight, (-2, 0) = potential.
+using _Set = fst::map<_StateOutput, float>;
+
+// Closures are equal when they hold the same entries with weights within the tolerance.
+struct _SetLess {
+  float tolerance = 0;
+  bool operator()(_Set const& a, _Set const& b) const;
+};
+
+}  // namespace fst_remove_epsilons
+
+class FSTRemoveEpsilonsRep
+    : public FSTLazyRep<fst_remove_epsilons::_Set, fst_remove_epsilons::_SetLess> {
+ public:
+  using _StateOutput = fst_remove_epsilons::_StateOutput;
+  using _Set = fst_remove_epsilons::_Set;
+
+  // fsa: acceptor mode, where only arcs with both labels epsilon are removed; the only mode for
+  // a non-idempotent semiring. delta: closures whose weights differ by no more are one state.
+  FSTRemoveEpsilonsRep(FSTGeneric const& in, bool fsa, float delta);
+  ~FSTRemoveEpsilonsRep() override;
+
+  fst::set<int> const& input_alphabet() const override { return _fst->input_alphabet(); }
+  fst::set<int> const& output_alphabet() const override { return _fst->output_alphabet(); }
+  using FSTGenericInt::arcs_out;
+  FSTArcIter arcs_out(int p, FSTArcOrder order = FSTArcOrderAny) const override;
+  FSTArcIter arcs_out_with_input(int p, int label, FSTArcMode m = FSTArcModeEqual) const override;
+  FSTArcIter arcs_out_with_output(int p, int label, FSTArcMode m = FSTArcModeEqual) const override;
+  bool is_final(int p) const override;
+  float final_weight(int p) const override;
+  float potential(int p) const override;
+  void force() const override;
+  void reset() const override;
+  FSTGeneric reload(bool& changed) override;
+
+  // The input states of result state p's closure.
+  void state_set(int p, fst::set<int>& out) const;
+
+ private:
+  using FSTLazyRep::_find_or_add_state;
+  int _find_or_add_state(int q, int o) const;
+  void _init() const;
+  float _entry(int p, int pseudo_state) const;
+
+  _Set _closure(_StateOutput start) const;
+  // Calls visit(target entry, arc) for each epsilon-input arc the closure follows from e.
+  template <class Visit>
+  void _followed_arcs(_StateOutput e, Visit visit) const;
+  void _closure_idempotent(_Set& set, _StateOutput start) const;
+  bool _closure_idempotent_acyclic(_Set& set, _StateOutput start, bool& better_seen) const;
+  void _closure_idempotent_cyclic_dijkstra(_Set& set, _StateOutput start) const;
+  void _closure_idempotent_cyclic_bellman_ford(_Set& set, _StateOutput start) const;
+  void _closure_non_idempotent(_Set& set, _StateOutput start) const;
+  void _prune(_Set& set) const;
+  void _add_arcs(FSTArcList& list, int p, _StateOutput e, float w) const;
+  void _add_final_arc(FSTArcList& list, int p, _StateOutput e, float w) const;
+
+  FSTGeneric _fst;
+  mutable fst::map<_StateOutput, int> _pairs;  // (state, pending) seen before -> state
+  bool _fsa;
+};
+
+FSTGeneric FSTRemoveEpsilons(FSTGeneric const& in, bool fsa, float delta);
+FSTGeneric FSTRemoveEpsilonsA(FSTGeneric const& in, float delta);
+void FSTRemoveEpsilonsStateSet(FSTGeneric const& m, int p, fst::set<int>& out);
+
+#endif
