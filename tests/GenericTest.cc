@@ -145,11 +145,6 @@ TEST(InterfaceDeathTest, UnsupportedOperationsNameThemselves) {
       // Operations whose code is not part of this build stop the same way, by name.
       {[&] { m->dump_binary(std::cout); }, "ChainRep::dump_binary is not available"},
       {[&] { m->dump_mmap("x", FSTArcOrderAny); }, "ChainRep::dump_mmap is not available"},
-      {[&] {
-         fst::vector<int> dead;
-         m->dead_states(dead);
-       },
-       "ChainRep::dead_states is not available"},
   };
   for (Case const& c : cases) {
     // The "()" in the X text is a regex group unless escaped, hence the escapes above.

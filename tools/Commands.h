@@ -18,5 +18,10 @@ int RunInfo(int argc, char** argv);
 int RunConvert(int argc, char** argv);
 int RunRmEpsilon(int argc, char** argv);
 int RunDeterminize(int argc, char** argv);
+int RunOptimize(int argc, char** argv);
+int RunPush(int argc, char** argv);
+int RunMinimize(int argc, char** argv);
+int RunTrim(int argc, char** argv);
+int RunTopsort(int argc, char** argv);
 
 #endif

@@ -1,4 +1,5 @@
 // Commands that write a stored copy of a lazy algorithm's result.
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iostream>
@@ -40,5 +41,45 @@ int RunDeterminize(int argc, char** argv) {
   int limit = std::atoi(args.value("--limit", "1").c_str());
   return CopyResult("determinize", args, [&](FSTGeneric const& m) {
     return FSTDeterminize(m, limit, args.has("--acceptor"), Delta(args), false);
+  });
+}
+
+int RunOptimize(int argc, char** argv) {
+  Arguments args(argc, argv, {}, {"--pipeline", "--limit", "--delta"});
+  std::string pipeline = args.value("--pipeline", "default");
+  FSTGeneric (*optimize)(FSTGeneric const&, int, float) = pipeline == "default" ? FSTOptimize
+                                                          : pipeline == "2"     ? FSTOptimize2
+                                                          : pipeline == "A"     ? FSTOptimizeA
+                                                          : pipeline == "2A"    ? FSTOptimize2A
+                                                                                : nullptr;
+  if (!optimize) return UsageError("optimize", "--pipeline is default, 2, A or 2A");
+  int limit = std::atoi(args.value("--limit", "1").c_str());
+  return CopyResult("optimize", args,
+                    [&](FSTGeneric const& m) { return optimize(m, limit, Delta(args)); });
+}
+
+int RunPush(int argc, char** argv) {
+  Arguments args(argc, argv, {}, {});
+  return CopyResult("push", args, [](FSTGeneric const& m) { return FSTPushWeights(m); });
+}
+
+int RunMinimize(int argc, char** argv) {
+  Arguments args(argc, argv, {}, {"--delta"});
+  return CopyResult("minimize", args,
+                    [&](FSTGeneric const& m) { return FSTMinimize(m, Delta(args)); });
+}
+
+int RunTrim(int argc, char** argv) {
+  Arguments args(argc, argv, {}, {});
+  return CopyResult("trim", args, [](FSTGeneric const& m) { return FSTTrim(m); });
+}
+
+int RunTopsort(int argc, char** argv) {
+  Arguments args(argc, argv, {}, {});
+  return CopyResult("topsort", args, [](FSTGeneric const& m) {
+    FSTGeneric sorted = FSTTopologicalSort(m);
+    if (sorted->states().size() == 0 && m->states().size() > 0)
+      std::fprintf(stderr, "t2sfst topsort: the machine is cyclic; writing an empty machine\n");
+    return sorted;
   });
 }

@@ -10,9 +10,13 @@
 #include "FSTGeneric.h"
 #include "FSTLazy.h"
 #include "FSTLoad.h"
+#include "FSTMinimize.h"
+#include "FSTOptimize.h"
+#include "FSTPushWeights.h"
 #include "FSTRemoveEpsilons.h"
 #include "FSTSemiring.h"
 #include "FSTStringMap.h"
+#include "FSTTopologicalSort.h"
 #include "FSTUnion.h"
 #include "FSTlib.h"
 

@@ -303,8 +303,7 @@ void FSTBasicRep::add_arc(int p, int q, int input, int output, float weight) {
   _grow_to(p);
   FST_ASSERT(q >= 0);
   _grow_to(q);
-  _input_labels.insert(input);
-  _output_labels.insert(output);
+  _note_labels(input, output);
   FSTArc* arc = FSTNewArc(input, output, weight, q, p);
   FSTArcVector& arcs = _states[size_t(p)]->arcs;
   if (_arc_order == FSTArcOrderAny)
@@ -314,13 +313,17 @@ void FSTBasicRep::add_arc(int p, int q, int input, int output, float weight) {
   ++_n_arcs;
 }
 
+void FSTBasicRep::_note_labels(int input, int output) {
+  if (input != _last_input) _input_labels.insert(_last_input = input);
+  if (output != _last_output) _output_labels.insert(_last_output = output);
+}
+
 // Checks the destinations, records the labels and makes the arcs p's own.
 void FSTBasicRep::_take_arcs(int p, FSTArcVector& v) {
   for (FSTArc* arc : v) {
     int q = arc->to;
     FST_ASSERT_STATE(q);
-    _input_labels.insert(arc->input);
-    _output_labels.insert(arc->output);
+    _note_labels(arc->input, arc->output);
     arc->from = p;
   }
 }
@@ -378,6 +381,7 @@ void FSTBasicRep::delete_states(fst::vector<int> const& states) {
   }
   _input_labels.clear();
   _output_labels.clear();
+  _last_input = _last_output = INT_MIN;
   _n_arcs = 0;
   for (size_t i = 0; i < size_t(_n_states); ++i) {
     _State* state = _states[i];
@@ -395,8 +399,7 @@ void FSTBasicRep::delete_states(fst::vector<int> const& states) {
         FSTDeleteArc(arc);
         continue;
       }
-      _input_labels.insert(arc->input);
-      _output_labels.insert(arc->output);
+      _note_labels(arc->input, arc->output);
       arc->to = renumbered[size_t(arc->to)];
       arc->from = renumbered[i];
       arcs[kept++] = arc;

@@ -3,6 +3,8 @@
 #ifndef T2SFST_FSTBASIC_H
 #define T2SFST_FSTBASIC_H
 
+#include <climits>
+
 #include "FSTGeneric.h"
 
 class FSTBasicRep : public FSTGenericInt {
@@ -92,6 +94,7 @@ class FSTBasicRep : public FSTGenericInt {
   float _convert(float w, _Conversion conversion, FSTSemiringBase const* source) const;
   void _grow_to(int p);
   void _take_arcs(int p, FSTArcVector& v);
+  void _note_labels(int input, int output);
   _State* _state(int p) const;
   FSTArcIter _iterate(FSTArc* const* begin, FSTArc* const* end) const;
 
@@ -99,6 +102,8 @@ class FSTBasicRep : public FSTGenericInt {
   mutable FSTArcOrder _arc_order;
   fst::set<int> _input_labels;
   fst::set<int> _output_labels;
+  // The labels last inserted, so runs of arcs with one label skip the set lookups.
+  int _last_input = INT_MIN, _last_output = INT_MIN;
   _TrainData* _train_data;
 };
 

@@ -50,13 +50,21 @@ bool _SubsetLess::operator()(_TripleSet const& a, _TripleSet const& b) const {
   return false;
 }
 
+size_t _SubsetHash::operator()(_TripleSet const& subset) const {
+  size_t h = size_t(subset.size());
+  for (auto i = subset.begin(); !i.done(); i.next()) h = h * 1000003u ^ size_t(uint32_t((*i).pair));
+  return h;
+}
+
 }  // namespace fst_determinize
 
 using fst_determinize::_TripleSet;
 
 FSTDeterminizeRep::FSTDeterminizeRep(FSTGeneric const& in, int limit, bool fsa, float delta,
                                      bool full)
-    : FSTLazyRep(fst_determinize::_SubsetLess{delta}),
+    : FSTLazyRep(fst_determinize::_SubsetIndex(
+          64, fst_determinize::_SubsetHash(),
+          fst_determinize::_SubsetEqual{fst_determinize::_SubsetLess{delta}})),
       _fst(in),
       _limit(limit),
       _fsa(fsa),
@@ -81,6 +89,7 @@ void FSTDeterminizeRep::_init() const {
   _clean();
   _weights.clear();
   _pair_index.clear();
+  _plain_pair_index.clear();
   _pairs.clear();
   _initial = -1;
   int i = _fst->initial();
@@ -91,11 +100,20 @@ void FSTDeterminizeRep::_init() const {
 }
 
 int FSTDeterminizeRep::_lookup_pair(int state, int label) const {
+  if (label == 0 && state >= 0) {
+    if (size_t(state) >= _plain_pair_index.size())
+      _plain_pair_index.resize(std::max(size_t(state) + 1, size_t(_fst->states().size())), -1);
+    if (_plain_pair_index[size_t(state)] < 0) {
+      _plain_pair_index[size_t(state)] = int(_pairs.size());
+      _pairs.push_back(_Pair{state, 0});
+    }
+    return _plain_pair_index[size_t(state)];
+  }
   auto found = _pair_index.find({state, label});
   if (found != _pair_index.end()) return found->second;
   int index = int(_pairs.size());
-  auto added = _pair_index.emplace(_Pair{state, label}, index).first;
-  _pairs.push_back(&added->first);
+  _pair_index.emplace(_Pair{state, label}, index);
+  _pairs.push_back(_Pair{state, label});
   return index;
 }
 
@@ -106,7 +124,7 @@ int FSTDeterminizeRep::_find_or_add_subset(_TripleSet&& subset) const {
   FSTSemiringBase const& s = *_semiring;
   _StateWeights w{s.zero, s.zero};
   _state(id).for_each([&](_TripleSet::_Triple const& t) {
-    _Pair const& pair = *_pairs[size_t(t.pair)];
+    _Pair const& pair = _pairs[size_t(t.pair)];
     if (pair.state >= 0) {
       if (pair.label == 0 && _fst->is_final(pair.state))
         w.final = s.plus(w.final, s.times(_fst->final_weight(pair.state), t.weight));
@@ -130,7 +148,7 @@ void FSTDeterminizeRep::_collect(_TripleSet const& subset, bool& had_arcs) const
     _collection.push_back(new (memory) _CollectionEntry(e));
   };
   subset.for_each([&](_TripleSet::_Triple const& t) {
-    _Pair const pair = *_pairs[size_t(t.pair)];
+    _Pair const pair = _pairs[size_t(t.pair)];
     int q = pair.state, o = pair.label;
     if (q >= 0) {
       // A pending label is always emitted before a new one.
@@ -303,7 +321,7 @@ FSTGeneric FSTDeterminizeRep::reload(bool& changed) {
 void FSTDeterminizeRep::state_set(int p, fst::set<int>& out) const {
   out.clear();
   _state(p).for_each([&](_TripleSet::_Triple const& t) {
-    int q = _pairs[size_t(t.pair)]->state;
+    int q = _pairs[size_t(t.pair)].state;
     if (q >= 0) out.insert(q);
   });
 }
@@ -313,7 +331,7 @@ std::string FSTDeterminizeRep::describe(int p) const {
   os << "{";
   bool first = true;
   _state(p).for_each([&](_TripleSet::_Triple const& t) {
-    _Pair const& pair = *_pairs[size_t(t.pair)];
+    _Pair const& pair = _pairs[size_t(t.pair)];
     os << (first ? "" : ",") << "(" << pair.state << "," << FSTstring_map[pair.label] << ","
        << t.weight << ")";
     first = false;

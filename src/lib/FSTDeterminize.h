@@ -66,16 +66,29 @@ class _TripleSet {
   _Chunk* _last = nullptr;  // where the next triple goes
 };
 
-// Same pairs in the same order, residuals within the tolerance.
+// An order on subsets in which residuals within the tolerance count as equal.
 struct _SubsetLess {
   float tolerance = 0;
   bool operator()(_TripleSet const& a, _TripleSet const& b) const;
 };
 
+// The subset index hashes the pairs only (residuals may differ within the tolerance) and tests
+// with _SubsetLess both ways.
+struct _SubsetHash {
+  size_t operator()(_TripleSet const& subset) const;
+};
+struct _SubsetEqual {
+  _SubsetLess less;
+  bool operator()(_TripleSet const& a, _TripleSet const& b) const {
+    return !less(a, b) && !less(b, a);
+  }
+};
+using _SubsetIndex = FSTHashTable<_TripleSet, _SubsetHash, _SubsetEqual>;
+
 }  // namespace fst_determinize
 
 class FSTDeterminizeRep
-    : public FSTLazyRep<fst_determinize::_TripleSet, fst_determinize::_SubsetLess> {
+    : public FSTLazyRep<fst_determinize::_TripleSet, fst_determinize::_SubsetIndex> {
  public:
   using _TripleSet = fst_determinize::_TripleSet;
 
@@ -135,8 +148,10 @@ class FSTDeterminizeRep
 
   FSTGeneric _fst;
   mutable fst::vector<_StateWeights> _weights;  // by result state
+  // (state, label) -> pair index: label 0 by state (-1 where unseen), the others in a map.
+  mutable fst::vector<int> _plain_pair_index;
   mutable fst::map<_Pair, int> _pair_index;
-  mutable fst::vector<_Pair const*> _pairs;
+  mutable fst::vector<_Pair> _pairs;  // by pair index
   mutable fst::vector<_CollectionEntry*> _collection;
   int _limit;
   bool _fsa;

@@ -110,7 +110,6 @@ void FSTGenericInt::arcs_out(FSTArcVector& v, int p, FSTArcOrder o) const {
 
 void FSTGenericInt::dump_binary(std::ostream&) const { _unavailable("dump_binary"); }
 void FSTGenericInt::dump_mmap(char const*, FSTArcOrder) const { _unavailable("dump_mmap"); }
-void FSTGenericInt::dead_states(fst::vector<int>&) const { _unavailable("dead_states"); }
 
 FSTGeneric FSTGenericInt::reload(bool& changed) {
   if (_reload_mtime == 0) return FSTGeneric(this);

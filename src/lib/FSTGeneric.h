@@ -220,6 +220,7 @@ class FSTGenericInt : public FSTReferenceCounted {
   virtual void dump_binary(std::ostream& os) const;
   virtual void dump_mmap(char const* file, FSTArcOrder o) const;
   virtual void dump_dot(std::ostream& os, char const* title) const;
+  // States not reachable from the initial state or that reach no final state, ascending.
   virtual void dead_states(fst::vector<int>& dead) const;
   virtual FSTGeneric reload(bool& changed);
   virtual void restore_input_output_index();
@@ -254,6 +255,14 @@ class FSTGenericInt : public FSTReferenceCounted {
   void dump_dot(char const* file, char const* title) const;
   void dump_dot(std::string const& file, char const* title) const;
 
+  // Deletes the dead states of a mutable machine (fatal for any other).
+  void trim();
+  void _dead_states_acyclic(fst::vector<int>& dead, fst::vector<int> const& order) const;
+  void _dead_states_cyclic(fst::vector<int>& dead) const;
+
+  int n_states() const { return _n_states; }
+  // Whether the machine is the editable stored representation.
+  bool is_mutable() const { return _rep_flag[0]; }
   void set_semiring(FSTSemiringBase const* semiring) { _semiring = semiring; }
   FSTSemiringBase const* semiring() const { return _semiring; }
   // Remembers the file a machine was loaded from and its modification time (0 disables).

@@ -5,6 +5,7 @@
 #define T2SFST_FSTLAZY_H
 
 #include <functional>
+#include <unordered_map>
 
 #include "FSTGeneric.h"
 #include "FSTlib.h"
@@ -50,6 +51,11 @@ class FSTArcList {
   FSTReferenceCounter<FSTArcIterData> _data;
 };
 
+// A hash map through the page allocator.
+template <class Key, class Hash, class Equal>
+using FSTHashTable =
+    std::unordered_map<Key, int, Hash, Equal, fst::allocator<std::pair<Key const, int>>>;
+
 // The state of a machine built from several operands: which operand, and its state there.
 struct FSTOperandState {
   int operand;
@@ -59,11 +65,13 @@ struct FSTOperandState {
   }
 };
 
-template <class Key, class Less = std::less<Key>>
+// Table maps a key to its state id: an ordered map by default, or a hash map where keys are
+// equal within a tolerance (their hash then covers only what must match exactly).
+template <class Key, class Table = fst::map<Key, int>>
 class FSTLazyRep : public FSTGenericInt {
  protected:
-  // less may carry state, such as the tolerance within which two keys' weights are equal.
-  explicit FSTLazyRep(Less const& less = Less()) : _ids(less) {}
+  // The table may carry state, such as the tolerance of its comparisons.
+  explicit FSTLazyRep(Table table = Table()) : _ids(std::move(table)) {}
 
   // The id of key, which becomes the next state when it is new.
   int _find_or_add_state(Key const& key) const { return _find_or_add_state(Key(key)); }
@@ -95,7 +103,7 @@ class FSTLazyRep : public FSTGenericInt {
   }
 
  private:
-  mutable fst::map<Key, int, Less> _ids;
+  mutable Table _ids;
   mutable fst::vector<Key const*> _keys;  // into the map's nodes, which never move
 };
 

@@ -1,20 +1,27 @@
 #include "FSTRemoveEpsilons.h"
 
+#include <algorithm>
 #include <set>
 #include <vector>
 
 namespace fst_remove_epsilons {
 
 bool _SetLess::operator()(_Set const& a, _Set const& b) const {
-  auto i = a.begin(), j = b.begin();
-  for (;; ++i, ++j) {
-    if (i == a.end()) return j != b.end();
-    if (j == b.end()) return false;
-    if (i->first < j->first) return true;
-    if (j->first < i->first) return false;
-    if (j->second > i->second + tolerance) return true;
-    if (i->second > j->second + tolerance) return false;
+  size_t const n = std::min(a.size(), b.size());
+  for (size_t i = 0; i < n; ++i) {
+    if (a[i].first < b[i].first) return true;
+    if (b[i].first < a[i].first) return false;
+    if (b[i].second > a[i].second + tolerance) return true;
+    if (a[i].second > b[i].second + tolerance) return false;
   }
+  return a.size() < b.size();
+}
+
+size_t _SetHash::operator()(_Set const& set) const {
+  size_t h = set.size();
+  for (auto const& entry : set)
+    h = h * 1000003u ^ (size_t(uint32_t(entry.first.state)) << 32 | uint32_t(entry.first.output));
+  return h;
 }
 
 }  // namespace fst_remove_epsilons
@@ -23,13 +30,18 @@ namespace {
 
 using fst_remove_epsilons::_Set;
 using fst_remove_epsilons::_StateOutput;
+using fst_remove_epsilons::_WorkSet;
 
 _StateOutput const final_entry{-1, 0}, potential_entry{-2, 0};
 
 }  // namespace
 
 FSTRemoveEpsilonsRep::FSTRemoveEpsilonsRep(FSTGeneric const& in, bool fsa, float delta)
-    : FSTLazyRep(fst_remove_epsilons::_SetLess{delta}), _fst(in), _fsa(fsa) {
+    : FSTLazyRep(fst_remove_epsilons::_SetIndex(
+          64, fst_remove_epsilons::_SetHash(),
+          fst_remove_epsilons::_SetEqual{fst_remove_epsilons::_SetLess{delta}})),
+      _fst(in),
+      _fsa(fsa) {
   name = "FSTRemoveEpsilons";
   _semiring = in->semiring();
   FST_ASSERT(_semiring->idempotent() || _fsa);
@@ -41,11 +53,18 @@ FSTRemoveEpsilonsRep::~FSTRemoveEpsilonsRep() { _clean(); }
 void FSTRemoveEpsilonsRep::_init() const {
   _clean();
   _pairs.clear();
+  _plain_pairs.clear();
   // An input without an initial state gives a result without one.
   _initial = _fst->initial() >= 0 ? _find_or_add_state(_fst->initial(), 0) : -1;
 }
 
 int FSTRemoveEpsilonsRep::_find_or_add_state(int q, int o) const {
+  if (o == 0 && q >= 0) {
+    if (size_t(q) >= _plain_pairs.size())
+      _plain_pairs.resize(std::max(size_t(q) + 1, size_t(_fst->states().size())), -1);
+    if (_plain_pairs[size_t(q)] < 0) _plain_pairs[size_t(q)] = _find_or_add_state(_closure({q, 0}));
+    return _plain_pairs[size_t(q)];
+  }
   auto found = _pairs.find({q, o});
   if (found != _pairs.end()) return found->second;
   int id = _find_or_add_state(_closure({q, o}));
@@ -56,19 +75,21 @@ int FSTRemoveEpsilonsRep::_find_or_add_state(int q, int o) const {
 // ---- closures -----------------------------------------------------------------------------------
 
 _Set FSTRemoveEpsilonsRep::_closure(_StateOutput start) const {
-  _Set set;
+  _WorkSet set;
   if (start.state < 0) {
     // The extra final state that final arcs lead to: final, no arcs.
     set[final_entry] = _semiring->one;
     set[potential_entry] = _semiring->one;
-    return set;
+  } else {
+    if (_fst->arcs_out_with_input(start.state, 0, FSTArcModeEqual).done())
+      set[start] = _semiring->one;  // no epsilon arc to follow: the state alone
+    else if (_semiring->idempotent())
+      _closure_idempotent(set, start);
+    else
+      _closure_non_idempotent(set, start);
+    _prune(set);
   }
-  if (_semiring->idempotent())
-    _closure_idempotent(set, start);
-  else
-    _closure_non_idempotent(set, start);
-  _prune(set);
-  return set;
+  return _Set(set.begin(), set.end());
 }
 
 // An epsilon-input arc with output x is followed when x is epsilon, or, outside acceptor mode,
@@ -81,7 +102,7 @@ void FSTRemoveEpsilonsRep::_followed_arcs(_StateOutput e, Visit visit) const {
   }
 }
 
-void FSTRemoveEpsilonsRep::_closure_idempotent(_Set& set, _StateOutput start) const {
+void FSTRemoveEpsilonsRep::_closure_idempotent(_WorkSet& set, _StateOutput start) const {
   bool better_seen = false;
   if (_closure_idempotent_acyclic(set, start, better_seen)) return;
   if (better_seen)
@@ -90,7 +111,7 @@ void FSTRemoveEpsilonsRep::_closure_idempotent(_Set& set, _StateOutput start) co
     _closure_idempotent_cyclic_dijkstra(set, start);
 }
 
-bool FSTRemoveEpsilonsRep::_closure_idempotent_acyclic(_Set& set, _StateOutput start,
+bool FSTRemoveEpsilonsRep::_closure_idempotent_acyclic(_WorkSet& set, _StateOutput start,
                                                        bool& better_seen) const {
   FST_ASSERT(set.empty());
   float const on_stack = 1.0f, finished = 2.0f;
@@ -142,7 +163,7 @@ bool FSTRemoveEpsilonsRep::_closure_idempotent_acyclic(_Set& set, _StateOutput s
   return true;
 }
 
-void FSTRemoveEpsilonsRep::_closure_idempotent_cyclic_dijkstra(_Set& set,
+void FSTRemoveEpsilonsRep::_closure_idempotent_cyclic_dijkstra(_WorkSet& set,
                                                                _StateOutput start) const {
   FSTSemiringBase const& s = *_semiring;
   // Best weight first; ties by entry.
@@ -180,7 +201,7 @@ void FSTRemoveEpsilonsRep::_closure_idempotent_cyclic_dijkstra(_Set& set,
   }
 }
 
-void FSTRemoveEpsilonsRep::_closure_idempotent_cyclic_bellman_ford(_Set& set,
+void FSTRemoveEpsilonsRep::_closure_idempotent_cyclic_bellman_ford(_WorkSet& set,
                                                                    _StateOutput start) const {
   FSTSemiringBase const& s = *_semiring;
   for (auto& entry : set) entry.second = s.zero;
@@ -210,7 +231,7 @@ void FSTRemoveEpsilonsRep::_closure_idempotent_cyclic_bellman_ford(_Set& set,
     FSTWarn("FSTRemoveEpsilons: epsilon cycle with weight better than semiring->one detected");
 }
 
-void FSTRemoveEpsilonsRep::_closure_non_idempotent(_Set& set, _StateOutput start) const {
+void FSTRemoveEpsilonsRep::_closure_non_idempotent(_WorkSet& set, _StateOutput start) const {
   FSTSemiringBase const& s = *_semiring;
   struct _ColorWeight {
     int color;   // 0 unvisited, 1 on the stack, 2 finished
@@ -265,7 +286,7 @@ void FSTRemoveEpsilonsRep::_closure_non_idempotent(_Set& set, _StateOutput start
   }
 }
 
-void FSTRemoveEpsilonsRep::_prune(_Set& set) const {
+void FSTRemoveEpsilonsRep::_prune(_WorkSet& set) const {
   FSTSemiringBase const& s = *_semiring;
   FSTGenericInt const& in = *_fst;
   float f = s.zero, r = s.zero;
@@ -348,8 +369,10 @@ FSTArcIter FSTRemoveEpsilonsRep::arcs_out_with_output(int p, int label, FSTArcMo
 
 float FSTRemoveEpsilonsRep::_entry(int p, int pseudo_state) const {
   _Set const& set = _state(p);
-  auto found = set.find({pseudo_state, 0});
-  return found == set.end() ? _semiring->zero : found->second;
+  _StateOutput const key{pseudo_state, 0};
+  auto found = std::lower_bound(set.begin(), set.end(), key,
+                                [](auto const& entry, _StateOutput k) { return entry.first < k; });
+  return found == set.end() || key < found->first ? _semiring->zero : found->second;
 }
 
 bool FSTRemoveEpsilonsRep::is_final(int p) const { return final_weight(p) != _semiring->zero; }

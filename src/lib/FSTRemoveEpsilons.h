@@ -16,22 +16,38 @@ struct _StateOutput {
   }
 };
 
-// A closure. Besides its real entries it holds (-1, 0) = final weight, (-2, 0) = potential.
-using _Set = fst::map<_StateOutput, float>;
+// A closure while it is computed.
+using _WorkSet = fst::map<_StateOutput, float>;
 
-// Closures are equal when they hold the same entries with weights within the tolerance.
+// A finished closure: entries sorted by key, so closures compare over contiguous memory. Besides
+// its real entries it holds (-2, 0) = potential and (-1, 0) = final weight, which sort first.
+using _Set = fst::vector<std::pair<_StateOutput, float>>;
+
+// Closures are the same when neither is less: same entries, weights within the tolerance.
 struct _SetLess {
   float tolerance = 0;
   bool operator()(_Set const& a, _Set const& b) const;
 };
 
+// The closure index finds equal closures by hashing their keys (weights may differ within the
+// tolerance, so they stay out of the hash) and testing with _SetLess both ways.
+struct _SetHash {
+  size_t operator()(_Set const& set) const;
+};
+struct _SetEqual {
+  _SetLess less;
+  bool operator()(_Set const& a, _Set const& b) const { return !less(a, b) && !less(b, a); }
+};
+using _SetIndex = FSTHashTable<_Set, _SetHash, _SetEqual>;
+
 }  // namespace fst_remove_epsilons
 
 class FSTRemoveEpsilonsRep
-    : public FSTLazyRep<fst_remove_epsilons::_Set, fst_remove_epsilons::_SetLess> {
+    : public FSTLazyRep<fst_remove_epsilons::_Set, fst_remove_epsilons::_SetIndex> {
  public:
   using _StateOutput = fst_remove_epsilons::_StateOutput;
   using _Set = fst_remove_epsilons::_Set;
+  using _WorkSet = fst_remove_epsilons::_WorkSet;
 
   // fsa: acceptor mode, where only arcs with both labels epsilon are removed; the only mode for
   // a non-idempotent semiring. delta: closures whose weights differ by no more are one state.
@@ -64,17 +80,20 @@ class FSTRemoveEpsilonsRep
   // Calls visit(target entry, arc) for each epsilon-input arc the closure follows from e.
   template <class Visit>
   void _followed_arcs(_StateOutput e, Visit visit) const;
-  void _closure_idempotent(_Set& set, _StateOutput start) const;
-  bool _closure_idempotent_acyclic(_Set& set, _StateOutput start, bool& better_seen) const;
-  void _closure_idempotent_cyclic_dijkstra(_Set& set, _StateOutput start) const;
-  void _closure_idempotent_cyclic_bellman_ford(_Set& set, _StateOutput start) const;
-  void _closure_non_idempotent(_Set& set, _StateOutput start) const;
-  void _prune(_Set& set) const;
+  void _closure_idempotent(_WorkSet& set, _StateOutput start) const;
+  bool _closure_idempotent_acyclic(_WorkSet& set, _StateOutput start, bool& better_seen) const;
+  void _closure_idempotent_cyclic_dijkstra(_WorkSet& set, _StateOutput start) const;
+  void _closure_idempotent_cyclic_bellman_ford(_WorkSet& set, _StateOutput start) const;
+  void _closure_non_idempotent(_WorkSet& set, _StateOutput start) const;
+  void _prune(_WorkSet& set) const;
   void _add_arcs(FSTArcList& list, int p, _StateOutput e, float w) const;
   void _add_final_arc(FSTArcList& list, int p, _StateOutput e, float w) const;
 
   FSTGeneric _fst;
-  mutable fst::map<_StateOutput, int> _pairs;  // (state, pending) seen before -> state
+  // (state, pending) seen before -> result state: those with nothing pending by input state
+  // (-1 where unseen), the others in a map.
+  mutable fst::vector<int> _plain_pairs;
+  mutable fst::map<_StateOutput, int> _pairs;
   bool _fsa;
 };
 

@@ -1,6 +1,8 @@
 // The "#FSTBasic" text format (a generic writer and the reader that builds a mutable machine)
 // and the Graphviz dot writer.
+#include <cctype>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <istream>
 #include <ostream>
@@ -121,6 +123,35 @@ float header_float(char const* header, char const* keyword, char const* format, 
   return value;
 }
 
+// Reads "T from to [input [output [weight]]]" as sscanf's "T %d %d %1023s %1023s %f" would
+// (a longer label is cut after 1023 bytes and its rest read as the next field), without the
+// cost of interpreting a format for every line. Returns the number of fields read.
+int parse_arc_line(char const* text, int& p, int& q, char* input, char* output, float& w) {
+  char const* c = text + 1;
+  char* end;
+  long value = std::strtol(c, &end, 10);
+  if (end == c) return 0;
+  p = int(value);
+  c = end;
+  value = std::strtol(c, &end, 10);
+  if (end == c) return 1;
+  q = int(value);
+  c = end;
+  auto token = [&c](char* to) {
+    while (std::isspace(static_cast<unsigned char>(*c))) ++c;
+    int n = 0;
+    while (*c && !std::isspace(static_cast<unsigned char>(*c)) && n < 1023) to[n++] = *c++;
+    to[n] = '\0';
+    return n > 0;
+  };
+  if (!token(input)) return 2;
+  if (!token(output)) return 3;
+  float f = std::strtof(c, &end);
+  if (end == c) return 4;
+  w = f;
+  return 5;
+}
+
 }  // namespace
 
 FSTBasicRep::FSTBasicRep(std::istream& is, char const* header) {
@@ -164,7 +195,7 @@ FSTBasicRep::FSTBasicRep(std::istream& is, char const* header) {
         break;
       }
       case 'T': {
-        int n = std::sscanf(text, "T %d %d %1023s %1023s %f", &p, &q, input, output, &w);
+        int n = parse_arc_line(text, p, q, input, output, w);
         if (n < 2) FSTFatal("file: usage: T <from> <to> [<input> [<output> [<weight>]]]");
         grow_to(p > q ? p : q);
         if (n < 3) std::strcpy(input, ",");

@@ -1,0 +1,144 @@
+#include "FSTPushWeights.h"
+
+#include <set>
+#include <vector>
+
+#include "FSTBasic.h"
+#include "FSTTopologicalSort.h"
+#include "FSTlib.h"
+
+namespace {
+
+void potentials_acyclic(fst::vector<float>& V, FSTGenericInt const& m,
+                        fst::vector<int> const& order) {
+  FSTSemiringBase const& s = *m.semiring();
+  V.assign(size_t(m.states().size()), s.zero);
+  for (auto q = order.rbegin(); q != order.rend(); ++q) {
+    float& v = V[size_t(*q)];
+    v = s.better(v, m.final_weight(*q));
+    for (FSTArc* a : m.arcs_out(*q, FSTArcOrderAny)) {
+      if (a->to == *q) {
+        if (s.is_better(a->weight, s.one))
+          FSTFatal("FSTPotential: self loop weight better than %g", double(s.one));
+        continue;
+      }
+      v = s.better(v, s.times(V[size_t(a->to)], a->weight));
+    }
+  }
+}
+
+void potentials_relaxation(fst::vector<float>& V, FSTGenericInt const& m) {
+  FSTSemiringBase const& s = *m.semiring();
+  int const n = m.states().size();
+  V.resize(size_t(n));
+  for (int i = 0; i < n; ++i) V[size_t(i)] = m.final_weight(i);
+  for (int pass = 0; pass < n; ++pass) {
+    bool last = pass + 1 == n, changed = false;
+    for (int p = 0; p < n; ++p)
+      for (FSTArc* a : m.arcs_out(p, FSTArcOrderAny)) {
+        float t = V[size_t(a->to)];
+        if (!s.is_better(t, s.zero)) continue;
+        float c = s.times(t, a->weight);
+        if (!s.is_better(c, V[size_t(p)])) continue;
+        if (last) {
+          FSTWarn("FSTPotential: cycle with weight better than semiring->one detected");
+          return;
+        }
+        V[size_t(p)] = c;
+        changed = true;
+      }
+    if (!changed) return;
+  }
+}
+
+// Settles states best first, from the final states backwards over reversed arcs.
+void potentials_dijkstra(fst::vector<float>& V, FSTGenericInt const& m) {
+  FSTSemiringBase const& s = *m.semiring();
+  int const n = m.states().size();
+  struct Incoming {
+    int from;
+    float weight;
+  };
+  std::vector<std::vector<Incoming>> predecessors(static_cast<size_t>(n));
+  for (int p = 0; p < n; ++p)
+    for (FSTArc* a : m.arcs_out(p, FSTArcOrderAny))
+      predecessors[size_t(a->to)].push_back({p, a->weight});
+  V.resize(size_t(n));
+  auto before = [&](int a, int b) {
+    if (s.is_better(V[size_t(a)], V[size_t(b)], 0)) return true;
+    if (s.is_better(V[size_t(b)], V[size_t(a)], 0)) return false;
+    return a < b;
+  };
+  std::set<int, decltype(before)> queue(before);
+  for (int i = 0; i < n; ++i) {
+    V[size_t(i)] = m.final_weight(i);
+    if (V[size_t(i)] != s.zero) queue.insert(i);
+  }
+  std::vector<bool> settled(size_t(n), false);
+  while (!queue.empty()) {
+    int t = *queue.begin();
+    queue.erase(queue.begin());
+    settled[size_t(t)] = true;
+    for (Incoming const& in : predecessors[size_t(t)]) {
+      if (settled[size_t(in.from)]) continue;
+      float c = s.times(V[size_t(t)], in.weight);
+      if (!s.is_better(c, V[size_t(in.from)], 0)) continue;
+      queue.erase(in.from);
+      V[size_t(in.from)] = c;
+      queue.insert(in.from);
+    }
+  }
+}
+
+bool has_arc_better_than_one(FSTGenericInt const& m) {
+  FSTSemiringBase const& s = *m.semiring();
+  for (int p : m.states())
+    for (FSTArc* a : m.arcs_out(p, FSTArcOrderAny))
+      if (s.is_better(a->weight, s.one)) return true;
+  return false;
+}
+
+}  // namespace
+
+void FSTPotential(fst::vector<float>& V, FSTGeneric const& m) {
+  fst::vector<int> order;
+  if (FSTTopologicalSort(order, m))
+    potentials_acyclic(V, *m, order);
+  else if (has_arc_better_than_one(*m))
+    potentials_relaxation(V, *m);
+  else
+    potentials_dijkstra(V, *m);
+}
+
+FSTGeneric FSTPotential(FSTGeneric m) {
+  FSTGeneric result = m->is_mutable() ? m : FSTMutableCopy(m);
+  fst::vector<float> V;
+  FSTPotential(V, m);
+  for (size_t i = 0; i < V.size(); ++i) result->set_potential(int(i), V[i]);
+  return result;
+}
+
+FSTGeneric FSTPushWeights(FSTGeneric const& m) {
+  FSTGenericInt const* x = m.get();
+  fst::vector<float> potential;
+  FSTPotential(potential, m);
+  FST_ASSERT(int(potential.size()) == x->n_states());
+  FSTSemiringBase const& s = *m->semiring();
+  FSTGeneric pushed = FSTBasic(&s);
+  int const n = x->n_states();
+  pushed->add_states(n);
+  if (m->initial() >= 0) pushed->set_initial(m->initial());
+  for (int p = 0; p < n; ++p) {
+    float v = potential[size_t(p)];
+    // A state that reaches no final state has nothing to push: dividing by zero would only
+    // put infinities or NaNs on paths that lead nowhere.
+    bool dead = v == s.zero;
+    if (m->is_final(p))
+      pushed->set_final(p, dead ? m->final_weight(p) : s.divide(m->final_weight(p), v));
+    for (FSTArc* a : m->arcs_out(p, FSTArcOrderAny)) {
+      float w = dead ? a->weight : s.divide(s.times(a->weight, potential[size_t(a->to)]), v);
+      pushed->add_arc(p, a->to, a->input, a->output, w);
+    }
+  }
+  return pushed;
+}

@@ -1,0 +1,19 @@
+// Potentials (the best weight from each state to a final state, final weight included) and
+// weight pushing, which moves weights towards the initial state.
+#ifndef T2SFST_FSTPUSHWEIGHTS_H
+#define T2SFST_FSTPUSHWEIGHTS_H
+
+#include "FSTGeneric.h"
+
+// V[s] = the best total weight of a path from s to a final state; zero where there is none.
+// Acyclic machines in one pass; cyclic ones by Dijkstra's search, or by bounded relaxation
+// (with a warning when a cycle keeps improving) when some arc is better than one.
+void FSTPotential(fst::vector<float>& V, FSTGeneric const& m);
+// m with its potentials set: m itself when mutable, else a stored copy.
+FSTGeneric FSTPotential(FSTGeneric m);
+
+// A stored machine with the same paths, each arc weighted by w * V[to] / V[from] and each final
+// weight by f / V[s], so every state's best path to a final state weighs one.
+FSTGeneric FSTPushWeights(FSTGeneric const& m);
+
+#endif
