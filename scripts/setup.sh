@@ -2,7 +2,7 @@
 # Installs the Debian packages the build needs; as a non-root user, prints the command instead.
 set -euo pipefail
 
-packages=(cmake g++ make flex bison libgtest-dev libbenchmark-dev pkg-config)
+packages=(cmake g++ make flex libfl-dev bison libgtest-dev libbenchmark-dev pkg-config)
 missing=()
 for p in "${packages[@]}"; do
   status=$(dpkg-query -W -f='${Status}' "$p" 2>/dev/null || true)

@@ -3,6 +3,7 @@
 #ifndef T2SFST_TOOLS_COMMANDSUPPORT_H
 #define T2SFST_TOOLS_COMMANDSUPPORT_H
 
+#include <iosfwd>
 #include <string>
 #include <vector>
 
@@ -27,6 +28,9 @@ FSTGeneric LoadInput(char const* command, std::string const& path);
 
 // Checks that a file can be created for writing; prints one line naming it when not.
 bool CanWrite(char const* command, std::string const& path);
+
+// Writes m as AT&T text (and its symbol table to symbols_path unless empty); the exit status.
+int WriteAtt(FSTGeneric const& m, std::ostream& os, std::string const& symbols_path);
 
 // Exit status for wrong usage, after printing the command's usage line.
 int UsageError(char const* command, char const* message);

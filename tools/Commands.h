@@ -23,5 +23,6 @@ int RunPush(int argc, char** argv);
 int RunMinimize(int argc, char** argv);
 int RunTrim(int argc, char** argv);
 int RunTopsort(int argc, char** argv);
+int RunCompileGrammar(int argc, char** argv);
 
 #endif

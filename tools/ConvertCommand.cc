@@ -28,6 +28,8 @@ std::string weight_text(float w) {
   return buffer;
 }
 
+}  // namespace
+
 int WriteAtt(FSTGeneric const& m, std::ostream& os, std::string const& symbols_path) {
   float const one = m->semiring()->one;
   std::map<int, std::string> used{{0, epsilon_name}};
@@ -73,6 +75,8 @@ int WriteAtt(FSTGeneric const& m, std::ostream& os, std::string const& symbols_p
   }
   return 0;
 }
+
+namespace {
 
 FSTSemiringBase const* SemiringNamed(std::string const& name) {
   for (FSTSemiringBase const* s : {FSTMinPlus, FSTMaxPlus, FSTPlusTimes, FSTPlusTimesLog})

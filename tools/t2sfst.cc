@@ -7,6 +7,11 @@
 namespace {
 
 Command const commands[] = {
+    {"compile-grammar",
+     "GRAMMAR [-o OUT] [--format text|att|dot] [--drop-tags] [--no-output] [--mark-rules] "
+     "[--pauses] [--allow-undefined] [--no-optimize]",
+     "compile a JSGF grammar (optimized as the model builder does, unless --no-optimize)",
+     RunCompileGrammar},
     {"print", "[--no-header] [IN]", "write a machine in the text format", RunPrint},
     {"draw", "[--title TEXT] [--png FILE] [IN]",
      "draw a machine as Graphviz dot, or render it to PNG", RunDraw},

@@ -1,0 +1,255 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <fstream>
+#include <set>
+#include <sstream>
+
+#include "FST.h"
+#include "Language.h"
+#include "TestUtil.h"
+
+namespace {
+
+std::string const corpus = T2SFST_CORPUS "/jsgf/";
+
+std::string Words(LabelString const& s) {
+  std::string text;
+  for (int l : s) text += (text.empty() ? "" : " ") + std::string(FSTstring_map[l]);
+  return text;
+}
+
+// "input words => output words" for every accepted pair, up to max_words on each side.
+std::set<std::string> Pairs(FSTGeneric const& m, size_t max_words = 6) {
+  std::set<std::string> out;
+  for (auto const& [key, w] : Enumerate(FSTBasic(m), max_words))
+    out.insert(Words(key.first) + " => " + Words(key.second));
+  return out;
+}
+
+std::set<std::string> Inputs(FSTGeneric const& m, size_t max_words = 6) {
+  std::set<std::string> out;
+  for (auto const& [key, w] : Enumerate(FSTBasic(m), max_words)) out.insert(Words(key.first));
+  return out;
+}
+
+struct Compiled {
+  bool ok;
+  FSTGeneric machine;
+  std::string errors;
+};
+
+Compiled Compile(std::string const& text, bool b1 = false, bool b2 = false, bool b3 = false,
+                 bool b4 = false, bool b5 = false) {
+  Compiled c;
+  c.ok = FSTJsgfParseString(c.machine, c.errors, text.c_str(), b1, b2, b3, b4, b5);
+  return c;
+}
+
+std::string ReadFile(std::string const& path) {
+  std::ifstream in(path);
+  std::stringstream ss;
+  ss << in.rdbuf();
+  return ss.str();
+}
+
+// The language of a peer's .fsg file ("TRANSITION from to prob [word]").
+FSTGeneric LoadFsg(std::string const& path) {
+  FSTGeneric m = FSTBasic(FSTMinPlus);
+  std::istringstream in(ReadFile(path));
+  for (std::string line; std::getline(in, line);) {
+    std::istringstream fields(line);
+    std::string kind, word;
+    int a = 0, b = 0;
+    float prob;
+    fields >> kind;
+    if (kind == "START_STATE") fields >> a, m->set_initial(a);
+    if (kind == "FINAL_STATE") fields >> a, m->set_final(a, 0);
+    if (kind == "TRANSITION") {
+      fields >> a >> b >> prob >> word;
+      int label = word.empty() ? 0 : FSTstring_map[word];
+      m->add_arc(a, b, label, label, 0);
+    }
+  }
+  return m;
+}
+
+// test.gram with only `rule` public.
+std::string OnlyPublic(std::string text, std::string const& rule) {
+  for (size_t at; (at = text.find("public <")) != std::string::npos;) text.erase(at, 7);
+  size_t at = text.find(rule + " =");
+  return text.insert(at, "public ");
+}
+
+TEST(Jsgf, PeerCorpusCompilesWithTheSameLanguages) {
+  if (!std::ifstream(corpus + "test.gram")) GTEST_SKIP() << "no corpus at " << corpus;
+  for (char const* name : {"polite.gram", "public.gram"}) {
+    FSTGeneric m;
+    std::string messages;
+    EXPECT_TRUE(FSTJsgfParseFile(m, messages, corpus + name, false, false, false, false, false))
+        << messages;
+  }
+  EXPECT_EQ(Inputs(Compile(ReadFile(corpus + "public.gram")).machine),
+            (std::set<std::string>{"grammar", "import", "public"}));
+
+  std::string test = ReadFile(corpus + "test.gram");
+  // test.gram refers to rules it imports: undefined without b5, accepted and warned with it.
+  Compiled strict = Compile(test);
+  EXPECT_FALSE(strict.ok);
+  EXPECT_NE(strict.errors.find("line, line 9: warning: import not implemented\n"),
+            std::string::npos);
+  EXPECT_NE(strict.errors.find("warning: rule <command> refers to undefined rule <endPolite>"),
+            std::string::npos);
+  EXPECT_TRUE(Compile(test, false, false, false, false, true).ok);
+
+  for (char const* rule : {"kleene", "nestedRightRecursion", "nulltest", "rightRecursion"}) {
+    SCOPED_TRACE(rule);
+    Compiled c =
+        Compile(OnlyPublic(test, std::string("<") + rule + ">"), false, false, false, false, true);
+    ASSERT_TRUE(c.ok) << c.errors;
+    std::set<std::string> ours = Inputs(c.machine);
+    std::set<std::string> theirs = Inputs(LoadFsg(corpus + "test." + rule + ".fsg"));
+    if (std::string(rule) == "rightRecursion") {
+      // The other implementation's network for <action> | (<action> and <rightRecursion>)
+      // also accepts the empty string and "stop stop": its fault. Ours is the grammar's language.
+      EXPECT_TRUE(theirs.count("") && theirs.count("stop stop"));
+      for (std::string const& s : ours) EXPECT_TRUE(theirs.count(s)) << s;
+      EXPECT_EQ(ours.count(""), 0u);
+      EXPECT_TRUE(ours.count("stop and start and stop"));
+      EXPECT_EQ(ours.count("stop stop"), 0u);
+    } else {
+      EXPECT_EQ(ours, theirs);
+    }
+  }
+  // <command> uses polite.gram's rules; imports are not resolved here, so they come in the text.
+  std::string polite = ReadFile(corpus + "polite.gram");
+  std::string with_polite =
+      OnlyPublic(test, "<command>") + polite.substr(polite.find("public <startPolite>"));
+  for (size_t at; (at = with_polite.find("public <startPolite>")) != std::string::npos;)
+    with_polite.erase(at, 7);
+  for (size_t at; (at = with_polite.find("public <endPolite>")) != std::string::npos;)
+    with_polite.erase(at, 7);
+  for (size_t at; (at = with_polite.find("public <allPolite>")) != std::string::npos;)
+    with_polite.erase(at, 7);
+  Compiled command = Compile(with_polite);
+  ASSERT_TRUE(command.ok) << command.errors;
+  // The other implementation reads <caction> = go* | stop+ as if it allowed "go stop" too: its
+  // fault. Every sentence of ours is among its sentences.
+  std::set<std::string> ours = Inputs(command.machine),
+                        theirs = Inputs(LoadFsg(corpus + "test.command.fsg"));
+  for (std::string const& s : ours) EXPECT_TRUE(theirs.count(s)) << s;
+  EXPECT_TRUE(theirs.count("go stop") && !ours.count("go stop"));
+  EXPECT_TRUE(ours.count("please stop stop thank you") && ours.count("oh mighty computer go"));
+}
+
+TEST(Jsgf, WhatPeopleWrite) {
+  Compiled c = Compile(
+      "#JSGF V1.0 UTF-8 en;\n"
+      "grammar my.time.grammar;\n"
+      "import <other.rule>;\n"
+      "/* block\n comment */ // line comment\n"
+      "public <time> = at <hour> [<part>] {TIME} | \"half \\\"past\\\"\" <my.time.grammar.hour>;\n"
+      "<hour> = one:1 | two:2 | ten-o'clock | caf\xc3\xa9 | 3.5;\n"
+      "<part> = o'clock:h {\\{x\\}};\n");
+  ASSERT_TRUE(c.ok) << c.errors;
+  std::set<std::string> pairs = Pairs(c.machine);
+  EXPECT_TRUE(pairs.count("at one:1 => at one:1 TIME"));
+  EXPECT_TRUE(pairs.count("at two:2 o'clock:h => at two:2 o'clock:h {x} TIME"));
+  EXPECT_TRUE(pairs.count("half \"past\" caf\xc3\xa9 => half \"past\" caf\xc3\xa9"));
+  EXPECT_TRUE(pairs.count("at 3.5 => at 3.5 TIME"));
+  EXPECT_TRUE(pairs.count("at ten-o'clock => at ten-o'clock TIME"));
+  EXPECT_EQ(pairs.size(), 5u * 2 + 5);  // at <hour> [<part>], half "past" <hour>
+
+  // A bare expansion compiles too; <NULL> and <VOID>, groups, optionals, repetition.
+  Compiled e = Compile("(a | b) [c] <NULL> d+ | <VOID> x | e*");
+  ASSERT_TRUE(e.ok) << e.errors;
+  std::set<std::string> inputs = Inputs(e.machine, 4);
+  EXPECT_TRUE(inputs.count("a c d d") && inputs.count("b d") && inputs.count("") &&
+              inputs.count("e e e e"));
+  EXPECT_FALSE(inputs.count("x") || inputs.count("a c"));
+}
+
+TEST(Jsgf, WeightsAndFlags) {
+  // Weights become costs log(sum) - log(w); a single weighted alternative ignores its weight.
+  Compiled w = Compile("public <a> = /3/ x | /1/ y; public <b> = /5/ z;");
+  ASSERT_TRUE(w.ok);
+  Language l = Enumerate(FSTBasic(w.machine), 2);
+  auto cost = [&l](char const* word) {
+    int label = FSTstring_map[word];
+    return l[StringPair{{label}, {label}}];
+  };
+  // The rule is optimised as a whole, so its best alternative costs nothing.
+  EXPECT_NEAR(cost("y") - cost("x"), std::log(3.0), 1e-3);
+  EXPECT_EQ(cost("z"), 0);
+  EXPECT_TRUE(Inputs(Compile("public <a> = /0/ x | /0/ y;").machine).empty());
+  Compiled mixed = Compile("public <a> = /3/ x | y;");
+  l = Enumerate(FSTBasic(mixed.machine), 2);
+  EXPECT_EQ(cost("x"), cost("y"));  // one unweighted: none weighted
+
+  std::string g = "public <a> = hello {greet} <b>; <b> = world;";
+  EXPECT_EQ(Pairs(Compile(g).machine), (std::set<std::string>{"hello world => hello greet world"}));
+  EXPECT_EQ(Pairs(Compile(g, true).machine), (std::set<std::string>{"hello world => hello world"}));
+  EXPECT_EQ(Pairs(Compile(g, false, true).machine),
+            (std::set<std::string>{"hello world => greet"}));
+  EXPECT_EQ(Pairs(Compile(g, false, false, true).machine, 8),
+            (std::set<std::string>{"hello world => <a> hello greet <b> world </b> </a>"}));
+  EXPECT_EQ(Pairs(Compile(g, false, false, false, true).machine),
+            (std::set<std::string>{
+                "<pause1> hello world <pause2> => <pause1> hello greet world <pause2>"}));
+  EXPECT_TRUE(Inputs(Compile("<a> = x;").machine).empty());  // no public rule: nothing
+}
+
+TEST(Jsgf, RecursionDefinitionsAndErrors) {
+  Compiled list = Compile("public <list> = <item> | <item> and <list>; <item> = a | b;");
+  ASSERT_TRUE(list.ok);
+  std::set<std::string> inputs = Inputs(list.machine, 7);
+  EXPECT_EQ(inputs.size(), 2u + 4 + 8 + 16);  // 1 to 4 items
+  EXPECT_TRUE(inputs.count("a and b and a and b"));
+  EXPECT_NE(list.errors, "x");
+
+  // Left recursion: warned, expanded to a bounded depth, never hangs.
+  testing::internal::CaptureStderr();
+  Compiled left = Compile("public <l> = <l> x | y;");
+  bool expanded = left.ok && Inputs(left.machine, 4).count("y x x x");
+  std::string warnings = testing::internal::GetCapturedStderr();
+  EXPECT_TRUE(expanded);
+  EXPECT_NE(warnings.find("WARNING: left recursion involving <l> and <l>\n"), std::string::npos);
+  EXPECT_NE(warnings.find("WARNING: FSTRtn: calls nested deeper than 16 are not expanded\n"),
+            std::string::npos);
+
+  // Two definitions are one rule with both bodies, after a warning.
+  FSTGeneric m;
+  std::string messages;
+  std::string file = WriteTempFile("merge.gram", "public <a> = x;\n<a> = y;\n");
+  ASSERT_TRUE(FSTJsgfParseFile(m, messages, file, false, false, false, false, false));
+  EXPECT_EQ(messages, "warning: merging extra definition of rule <a>, line 2\n");
+  EXPECT_EQ(Inputs(m), (std::set<std::string>{"x", "y"}));
+
+  Compiled bad = Compile("public <a> = x\n  | (y;\n");
+  EXPECT_FALSE(bad.ok);
+  EXPECT_EQ(bad.errors, "line, line 2: syntax error\n");
+  EXPECT_FALSE(Compile("").ok);
+  Compiled undefined = Compile("public <a> = x <nope>;");
+  EXPECT_FALSE(undefined.ok);
+  EXPECT_EQ(undefined.errors, "warning: rule <a> refers to undefined rule <nope>, line 1\n");
+  Compiled tolerated = Compile("public <a> = x <nope>;", false, false, false, false, true);
+  EXPECT_EQ(Inputs(tolerated.machine), (std::set<std::string>{"x <nope>"}));
+  EXPECT_EXIT(FSTJsgfParseFile(m, "/nonexistent.gram", false, false, false, false, false),
+              testing::KilledBySignal(SIGABRT), "^FATAL: can't read file `/nonexistent.gram'\n");
+}
+
+TEST(Jsgf, CompileGrammarCommand) {
+  std::string tool = T2SFST_TOOL;
+  std::string g = WriteTempFile("cmd.gram", "public <t> = at <h>; <h> = one:1 | two:2;\n");
+  CommandResult r = RunCommand(tool + " compile-grammar " + g);
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(Inputs(FSTLoad(WriteTempFile("cmd.fst", r.out))),
+            (std::set<std::string>{"at one:1", "at two:2"}));
+  EXPECT_EQ(RunCommand(tool + " compile-grammar --format dot " + g).out.substr(0, 13),
+            "digraph FST {");
+  r = RunCommand(tool + " compile-grammar " + WriteTempFile("bad.gram", "public <a> = (x;"));
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find(": syntax error"), std::string::npos);
+}
+
+}  // namespace
