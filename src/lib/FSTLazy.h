@@ -56,6 +56,16 @@ template <class Key, class Hash, class Equal>
 using FSTHashTable =
     std::unordered_map<Key, int, Hash, Equal, fst::allocator<std::pair<Key const, int>>>;
 
+// The arcs of `arcs` whose input (or output) label matches label in mode m, as an owned list:
+// for machines that build all of a state's arcs anyway.
+inline FSTArcIter FSTSelectArcs(FSTArcIter const& arcs, int label, FSTArcMode m, bool on_input) {
+  FSTArcList list;
+  for (FSTArc* a : arcs)
+    if (FSTLabelMatches(on_input ? a->input : a->output, label, m))
+      list.add(a->input, a->output, a->weight, a->to, a->from);
+  return list.iter();
+}
+
 // The state of a machine built from several operands: which operand, and its state there.
 struct FSTOperandState {
   int operand;

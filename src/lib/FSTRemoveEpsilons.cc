@@ -354,17 +354,11 @@ FSTArcIter FSTRemoveEpsilonsRep::arcs_out(int p, FSTArcOrder order) const {
 }
 
 FSTArcIter FSTRemoveEpsilonsRep::arcs_out_with_input(int p, int label, FSTArcMode m) const {
-  FSTArcList list;
-  for (FSTArc* a : arcs_out(p))
-    if (FSTLabelMatches(a->input, label, m)) list.add(a->input, a->output, a->weight, a->to, p);
-  return list.iter();
+  return FSTSelectArcs(arcs_out(p), label, m, true);
 }
 
 FSTArcIter FSTRemoveEpsilonsRep::arcs_out_with_output(int p, int label, FSTArcMode m) const {
-  FSTArcList list;
-  for (FSTArc* a : arcs_out(p))
-    if (FSTLabelMatches(a->output, label, m)) list.add(a->input, a->output, a->weight, a->to, p);
-  return list.iter();
+  return FSTSelectArcs(arcs_out(p), label, m, false);
 }
 
 float FSTRemoveEpsilonsRep::_entry(int p, int pseudo_state) const {

@@ -130,10 +130,7 @@ FSTArcIter FSTRtnRep::arcs_out(int p, FSTArcOrder order) const {
 }
 
 FSTArcIter FSTRtnRep::arcs_out_with_input(int p, int label, FSTArcMode mode) const {
-  FSTArcList list;
-  for (FSTArc* a : arcs_out(p))
-    if (FSTLabelMatches(a->input, label, mode)) list.add(a->input, a->output, a->weight, a->to, p);
-  return list.iter();
+  return FSTSelectArcs(arcs_out(p), label, mode, true);
 }
 
 FSTArcIter FSTRtnRep::arcs_out_with_output(int, int, FSTArcMode) const {
