@@ -4,6 +4,9 @@
 //                                    acceptor of 50,000 states, a fifth of its arcs epsilon)
 //   t2sfst_bench_inputs DIR words N  words_N.fst: N random weighted words in the shape of a
 //                                    union, written directly
+//   t2sfst_bench_inputs DIR alternatives N   alternatives.gram: one public rule of N
+//                                    alternatives of 1-4 words (from a 5,000-word vocabulary)
+//   t2sfst_bench_inputs DIR rules N  rules.gram: N rules calling each other (see WriteRules)
 #include <cstdio>
 #include <fstream>
 #include <random>
@@ -31,12 +34,58 @@ void WriteWordUnion(std::string const& path, long n) {
   }
 }
 
+std::string Word(std::mt19937& rng) {
+  unsigned w = rng() % 5000;
+  std::string text;
+  do {
+    text += char('a' + w % 26);
+    w /= 26;
+  } while (w);
+  return text;
+}
+
+void WriteAlternatives(std::string const& path, long n) {
+  std::ofstream out(path);
+  std::mt19937 rng(12);
+  out << "#JSGF V1.0;\ngrammar alternatives;\npublic <all> =";
+  for (long i = 0; i < n; ++i) {
+    out << (i ? "\n  | " : " ");
+    for (int k = 1 + int(rng() % 4); k > 0; --k) out << Word(rng) << (k > 1 ? " " : "");
+  }
+  out << ";\n";
+}
+
+// Rule i: a middle call to one of ten small shared rules, then a tail call to rule i + 1, or
+// a tail call back to an earlier rule (so the rules form right-recursive cycles), or one word.
+void WriteRules(std::string const& path, long n) {
+  std::ofstream out(path);
+  std::mt19937 rng(13);
+  out << "#JSGF V1.0;\ngrammar rules;\npublic <top> = <r0>;\n";
+  for (int k = 0; k < 10; ++k)
+    out << "<leaf" << k << "> = " << Word(rng) << " | " << Word(rng) << " | " << Word(rng) << ";\n";
+  for (long i = 0; i < n; ++i) {
+    out << "<r" << i << "> = " << Word(rng);
+    if (i + 1 < n) out << " | " << Word(rng) << " <leaf" << rng() % 10 << "> <r" << i + 1 << ">";
+    if (i > 0) out << " | " << Word(rng) << " " << Word(rng) << " <r" << rng() % i << ">";
+    out << ";\n";
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   std::string dir = argc > 1 ? argv[1] : ".";
-  if (argc > 3 && std::string(argv[2]) == "words") {
+  std::string what = argc > 3 ? argv[2] : "";
+  if (what == "words") {
     WriteWordUnion(dir + "/words_" + argv[3] + ".fst", std::stol(argv[3]));
+    return 0;
+  }
+  if (what == "alternatives") {
+    WriteAlternatives(dir + "/alternatives.gram", std::stol(argv[3]));
+    return 0;
+  }
+  if (what == "rules") {
+    WriteRules(dir + "/rules.gram", std::stol(argv[3]));
     return 0;
   }
   std::mt19937 rng(7);

@@ -217,6 +217,18 @@ TEST(Jsgf, RecursionDefinitionsAndErrors) {
   EXPECT_NE(warnings.find("WARNING: FSTRtn: calls nested deeper than 16 are not expanded\n"),
             std::string::npos);
 
+  // Rules nested deeper than the network's stack bound lose nothing when none is recursive.
+  std::string nested;
+  for (int i = 0; i < 20; ++i)
+    nested += "<r" + std::to_string(i) + "> = a <r" + std::to_string(i + 1) + "> b;\n";
+  Compiled deep = Compile("public <top> = <r0>;\n" + nested + "<r20> = c;\n");
+  ASSERT_TRUE(deep.ok) << deep.errors;
+  std::string sentence;
+  for (int i = 0; i < 20; ++i) sentence += "a ";
+  sentence += "c";
+  for (int i = 0; i < 20; ++i) sentence += " b";
+  EXPECT_EQ(Inputs(deep.machine, 41), (std::set<std::string>{sentence}));
+
   // Two definitions are one rule with both bodies, after a warning.
   FSTGeneric m;
   std::string messages;

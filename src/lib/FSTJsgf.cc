@@ -258,7 +258,49 @@ void FSTJsgf_yy::finish_grammar() {
   for (auto const& entry : _rules)
     if (color[entry.first] == 0) visit(entry.first);
 
+  _expand_nonrecursive_rules(names, machines, calls);
   _result = FSTRtn(top, names, machines, _mark_rules);
+}
+
+// A rule that cannot reach itself through calls is substituted into its callers, callees first,
+// each expansion optimised: the network's stacks (and their depth bound) then serve only the
+// recursive rules, however deeply the others nest.
+void FSTJsgf_yy::_expand_nonrecursive_rules(fst::vector<std::string> const& names,
+                                            fst::vector<FSTGeneric>& machines,
+                                            std::map<int, std::set<int>>& calls) {
+  std::map<int, size_t> index;
+  for (size_t i = 0; i < names.size(); ++i) index[FSTstring_map[names[i]]] = i;
+  auto reaches_itself = [&](int r) {
+    std::set<int> seen;
+    std::vector<int> work(calls[r].begin(), calls[r].end());
+    while (!work.empty()) {
+      int q = work.back();
+      work.pop_back();
+      if (q == r) return true;
+      if (seen.insert(q).second) work.insert(work.end(), calls[q].begin(), calls[q].end());
+    }
+    return false;
+  };
+  std::set<int> recursive;
+  for (auto const& entry : index)
+    if (reaches_itself(entry.first)) recursive.insert(entry.first);
+
+  std::set<int> expanded;
+  std::function<void(int)> expand = [&](int r) {
+    if (recursive.count(r) || !expanded.insert(r).second) return;
+    fst::vector<std::string> callee_names;
+    fst::vector<FSTGeneric> callee_machines;
+    for (int q : calls[r]) {
+      if (recursive.count(q)) continue;
+      expand(q);
+      callee_names.push_back(names[index[q]]);
+      callee_machines.push_back(machines[index[q]]);
+    }
+    if (callee_names.empty()) return;
+    FSTGeneric& m = machines[index[r]];
+    m = optimize(FSTBasic(FSTRtn(m, callee_names, callee_machines, _mark_rules)));
+  };
+  for (auto const& entry : index) expand(entry.first);
 }
 
 // ---- entry points -------------------------------------------------------------------------------

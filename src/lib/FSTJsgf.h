@@ -67,6 +67,9 @@ class FSTJsgf_yy {
   void _reset();
   std::ostream& _at_line();
   int _rule_label(std::string text);
+  void _expand_nonrecursive_rules(fst::vector<std::string> const& names,
+                                  fst::vector<FSTGeneric>& machines,
+                                  std::map<int, std::set<int>>& calls);
 
   std::unique_ptr<FSTJsgf_yyFlexLexer> _lexer;
   std::string _name;
