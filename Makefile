@@ -20,9 +20,9 @@ build-asan: setup
 	  -DT2SFST_BENCHMARKS=OFF $(CMAKE_FLAGS)
 	cmake --build $(ASAN_BUILD) -j $(JOBS)
 
-# A small tour of the toolkit on a bundled example.
+# The main job: build the example grammars' models and apply them to sample lines.
 run: build
-	$(BUILD)/tools/t2sfst demo
+	@examples/demo.sh $(BUILD)/tools/t2sfst $(BUILD)/examples
 
 # Every test in the optimised build, then again under AddressSanitizer + UBSan.
 test: test-release test-asan

@@ -24,5 +24,7 @@ int RunMinimize(int argc, char** argv);
 int RunTrim(int argc, char** argv);
 int RunTopsort(int argc, char** argv);
 int RunCompileGrammar(int argc, char** argv);
+int RunMakeModel(int argc, char** argv);
+int RunApply(int argc, char** argv);
 
 #endif

@@ -7,6 +7,12 @@
 namespace {
 
 Command const commands[] = {
+    {"make-model", "GRAMMAR MODEL",
+     "compile a JSGF grammar into a packed T2S model (what MakeT2sModel does)", RunMakeModel},
+    {"apply", "[--rewrite] [--sep S] MODEL [TEXT...]",
+     "the outputs of the best path for the words of each TEXT (or line of standard input), "
+     "blanks left out; --rewrite replaces the longest accepted runs of words in each line",
+     RunApply},
     {"compile-grammar",
      "GRAMMAR [-o OUT] [--format text|att|dot] [--drop-tags] [--no-output] [--mark-rules] "
      "[--pauses] [--allow-undefined] [--no-optimize]",

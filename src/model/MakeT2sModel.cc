@@ -1,0 +1,44 @@
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <string>
+
+#include "FSTBasic.h"
+#include "FSTJsgf.h"
+#include "FSTLoad.h"
+#include "FSTOptimize.h"
+#include "T2sBuilder.h"
+#include "T2sModel.h"
+
+extern "C" int MakeT2sModel(const char* grammar_path, const char* model_path) {
+  // 1. The grammar, every byte; a file that cannot be opened reads as empty text.
+  std::string grammar;
+  {
+    std::ifstream in(grammar_path ? grammar_path : "", std::ios::binary);
+    grammar.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  }
+  // 2. Compile, tolerating references to undefined rules.
+  FSTGeneric machine;
+  std::string side_text;
+  if (!FSTJsgfParseString(machine, side_text, grammar.c_str(), false, false, false, false, true))
+    return 1;
+  // 3-4. Optimise, keep the input side.
+  machine = FSTOptimizeA(machine, 1, 0.001f);
+  machine = FSTProject(machine, FSTArcOrderInput, FSTArcOrderAny);
+  // 5-6. One byte per arc, written as text where the model will go.
+  std::string text = ConvertLabelToCharValue(machine);
+  {
+    std::ofstream out(model_path, std::ios::binary | std::ios::trunc);
+    out << text;
+  }
+  // 7-8. Read back and optimise at the byte level.
+  machine = FSTLoad(model_path);
+  machine = FSTOptimizeA(machine, 1, 0.001f);
+  // 9. The final text form (kept for inspection while debugging; it does not reach the model).
+  std::string final_text = FstDumpAscii(machine);
+  (void)final_text;
+  // 10. The packed model replaces the text. The model is released here rather than kept.
+  std::unique_ptr<FstModel> model(FstDumpBinary(machine));
+  SaveModel(model_path, model.get());
+  return 0;
+}
