@@ -1,0 +1,186 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <map>
+#include <sstream>
+
+#include "FST.h"
+#include "Language.h"
+#include "T2sModel.h"
+#include "TestUtil.h"
+#include "t2s_runtime.h"
+
+namespace {
+
+std::string ReadFile(std::string const& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream ss;
+  ss << in.rdbuf();
+  return ss.str();
+}
+
+// What a model gives for some bytes: its outputs joined by "|", or "no match".
+std::string Decode(t2s_model const* model, std::string const& bytes) {
+  t2s_decoder* d = t2s_decoder_new(model);
+  uint32_t const* outputs;
+  size_t n;
+  std::string result = "no match";
+  if (t2s_decoder_feed(d, bytes.data(), bytes.size()) &&
+      t2s_decoder_best(d, &outputs, &n, nullptr)) {
+    result.clear();
+    for (size_t i = 0; i < n; ++i)
+      result += (i ? "|" : "") + std::string(t2s_model_string(model, outputs[i]));
+  }
+  t2s_decoder_free(d);
+  return result;
+}
+
+// Every spoken string the grammar defines (up to max_tokens tokens) with its cheapest written
+// form, from the compiled grammar itself: a token "spoken:written" spells spoken and writes
+// written; a token without ':' writes itself. Spoken strings whose cheapest forms tie are left
+// out.
+std::map<std::string, std::string> Expected(std::string const& grammar, size_t max_tokens) {
+  FSTGeneric m;
+  std::string errors;
+  EXPECT_TRUE(FSTJsgfParseString(m, errors, grammar.c_str(), false, false, false, false, true))
+      << errors;
+  std::map<std::string, std::pair<float, std::string>> best;
+  std::set<std::string> tied;
+  for (auto const& [key, w] : Enumerate(FSTBasic(FSTOptimizeA(m, 1, 0.001f)), max_tokens)) {
+    std::string spoken, written;
+    for (int label : key.first) {
+      std::string token = FSTstring_map[label];
+      size_t colon = token.rfind(':');
+      spoken += colon == std::string::npos ? token : token.substr(0, colon);
+      std::string out = colon == std::string::npos ? token : token.substr(colon + 1);
+      if (!out.empty()) written += (written.empty() ? "" : "|") + out;
+    }
+    auto found = best.find(spoken);
+    if (found == best.end() || w < found->second.first - 1e-4f) {
+      best[spoken] = {w, written};
+      tied.erase(spoken);
+    } else if (w < found->second.first + 1e-4f && written != found->second.second) {
+      tied.insert(spoken);
+    }
+  }
+  std::map<std::string, std::string> expected;
+  for (auto const& [spoken, entry] : best)
+    if (!tied.count(spoken)) expected[spoken] = entry.second;
+  return expected;
+}
+
+t2s_model* Build(std::string const& grammar_path, std::string const& model_path) {
+  EXPECT_EQ(MakeT2sModel(grammar_path.c_str(), model_path.c_str()), 0);
+  char error[256] = "";
+  t2s_model* model = t2s_model_load(model_path.c_str(), error, sizeof error);
+  EXPECT_NE(model, nullptr) << error;
+  return model;
+}
+
+TEST(ModelEndToEnd, ExamplesReproduceEveryPairTheyDefine) {
+  for (char const* name : {"times", "commands"}) {
+    SCOPED_TRACE(name);
+    std::string grammar = std::string(T2SFST_EXAMPLES) + "/" + name + ".gram";
+    std::string path = WriteTempFile(std::string(name) + ".model", "");
+    t2s_model* model = Build(grammar, path);
+    ASSERT_NE(model, nullptr);
+    std::map<std::string, std::string> expected = Expected(ReadFile(grammar), 6);
+    EXPECT_GT(expected.size(), 20u);
+    for (auto const& [spoken, written] : expected) {
+      EXPECT_EQ(Decode(model, spoken), written) << spoken;
+      // Outside the language: a byte more, or a spoken string cut short that is not itself one.
+      EXPECT_EQ(Decode(model, spoken + "x"), "no match");
+      std::string cut = spoken.substr(0, spoken.size() - 1);
+      if (!expected.count(cut) && !cut.empty()) {
+        EXPECT_EQ(Decode(model, cut), "no match") << cut;
+      }
+    }
+    t2s_model_free(model);
+  }
+}
+
+TEST(ModelEndToEnd, WeightsTagsAndTheApplyCommand) {
+  std::string grammar = WriteTempFile(
+      "weights.gram",
+      "public <a> = /3/ lights:LIGHTS | /1/ lights:LIGHT | x {t1} y | x {t2} z:Z | w {only};\n");
+  t2s_model* model = Build(grammar, WriteTempFile("weights.model", ""));
+  ASSERT_NE(model, nullptr);
+  EXPECT_EQ(Decode(model, "lights"), "LIGHTS");  // the cheaper of two outputs
+  EXPECT_EQ(Decode(model, "xy"), "x|y");         // tags vanish, their paths stay
+  EXPECT_EQ(Decode(model, "xz"), "x|Z");
+  EXPECT_EQ(Decode(model, "w"), "w");
+  EXPECT_EQ(Decode(model, ""), "no match");
+  t2s_model_free(model);
+
+  std::string tool = T2SFST_TOOL;
+  std::string time = WriteTempFile(
+      "time.gram",
+      "public <time> = at <hour> [<part>]; <hour> = one:1 | two:2; <part> = o'clock:h;");
+  std::string path = WriteTempFile("time.model", "");
+  CommandResult r = RunCommand(tool + " make-model " + time + " " + path);
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_NE(r.out.find(" states, "), std::string::npos);
+  r = RunCommand(tool + " apply --rewrite " + path + " \"meet me at one o'clock\"");
+  EXPECT_EQ(r.out, "meet me at 1 h\n");
+  r = RunCommand("printf 'at two\\nat three\\n' | " + tool + " apply --sep + " + path);
+  EXPECT_EQ(r.out, "at+2\n");
+  EXPECT_EQ(r.err, "no match\n");
+  EXPECT_EQ(r.status, 1);
+  r = RunCommand(tool + " make-model " + WriteTempFile("bad.gram", "public <a> = (x;") + " " +
+                 path);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("syntax error"), std::string::npos);
+}
+
+TEST(ModelEndToEnd, FailuresKeepAnExistingModel) {
+  std::string path = WriteTempFile("kept.model", "an existing model");
+  EXPECT_EQ(MakeT2sModel("/nonexistent/grammar.gram", path.c_str()), 1);
+  EXPECT_EQ(MakeT2sModel(WriteTempFile("syntax.gram", "public <a> = x |;;").c_str(), path.c_str()),
+            1);
+  EXPECT_EQ(MakeT2sModel(WriteTempFile("empty.gram", "").c_str(), path.c_str()), 1);
+  EXPECT_EQ(ReadFile(path), "an existing model");
+  // After a success the file holds only the packed model, which loads.
+  t2s_model* model = Build(WriteTempFile("ok.gram", "public <a> = hello:hi;"), path);
+  ASSERT_NE(model, nullptr);
+  EXPECT_EQ(Decode(model, "hello"), "hi");
+  t2s_model_free(model);
+}
+
+TEST(ModelRuntime, RefusesDamagedFiles) {
+  std::string path = WriteTempFile("damage.model", "");
+  t2s_model* model = Build(WriteTempFile("damage.gram", "public <a> = ab:x | c;"), path);
+  ASSERT_NE(model, nullptr);
+  t2s_model_free(model);
+  std::string good = ReadFile(path);
+  char error[256];
+  auto refused = [&](std::string const& bytes, char const* reason) {
+    t2s_model* m = t2s_model_from_memory(bytes.data(), bytes.size(), error, sizeof error);
+    if (m) t2s_model_free(m);
+    return m == nullptr && std::string(error).find(reason) != std::string::npos;
+  };
+  t2s_model* intact = t2s_model_from_memory(good.data(), good.size(), error, sizeof error);
+  ASSERT_NE(intact, nullptr) << error;
+  t2s_model_free(intact);
+  for (size_t n = 0; n < good.size(); ++n)
+    EXPECT_TRUE(refused(good.substr(0, n), "truncated")) << n;
+  EXPECT_TRUE(refused(good + "x", "bytes after"));
+  auto with_u32 = [&](size_t at, uint32_t v) {
+    std::string bytes = good;
+    for (int i = 0; i < 4; ++i) bytes[at + size_t(i)] = char(v >> (8 * i));
+    return bytes;
+  };
+  uint32_t n_states = uint32_t(uint8_t(good[4])) | uint32_t(uint8_t(good[5])) << 8;
+  size_t arcs_at = 8 + 12 * n_states + 4;
+  EXPECT_TRUE(refused(with_u32(4, 0x40000000u), "truncated"));  // states count too large
+  EXPECT_TRUE(refused(with_u32(0, n_states), "start state"));   // start out of range
+  EXPECT_TRUE(refused(with_u32(8 + 4, 1000), "arc range"));     // end_arc past the arcs
+  EXPECT_TRUE(refused(with_u32(arcs_at + 8, n_states), "arc to a state"));  // next out of range
+  EXPECT_TRUE(refused(with_u32(arcs_at + 4, 99), "output string"));         // output out of range
+  std::string no_terminator = good;
+  no_terminator.back() = 'x';
+  EXPECT_TRUE(refused(no_terminator, "string pool"));
+  EXPECT_EQ(t2s_model_load("/nonexistent/model", error, sizeof error), nullptr);
+  EXPECT_EQ(std::string(error), "cannot open /nonexistent/model");
+}
+
+}  // namespace
