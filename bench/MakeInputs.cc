@@ -7,10 +7,15 @@
 //   t2sfst_bench_inputs DIR alternatives N   alternatives.gram: one public rule of N
 //                                    alternatives of 1-4 words (from a 5,000-word vocabulary)
 //   t2sfst_bench_inputs DIR rules N  rules.gram: N rules calling each other (see WriteRules)
+//   t2sfst_bench_inputs DIR phrases N  phrases.gram: N phrases of 1-4 "spoken:written" tokens;
+//                                    phrases.txt: 200,000 lines, each one phrase (for whole-line
+//                                    decoding); recognised.txt: 200,000 lines of phrases among
+//                                    other words (for rewriting)
 #include <cstdio>
 #include <fstream>
 #include <random>
 #include <string>
+#include <vector>
 
 #include "FST.h"
 
@@ -71,6 +76,39 @@ void WriteRules(std::string const& path, long n) {
   }
 }
 
+void WritePhrases(std::string const& dir, long n) {
+  std::mt19937 rng(14);
+  std::vector<std::vector<std::string>> phrases;
+  std::ofstream gram(dir + "/phrases.gram");
+  gram << "#JSGF V1.0;\ngrammar phrases;\npublic <phrase> =";
+  for (long i = 0; i < n; ++i) {
+    std::vector<std::string> words;
+    gram << (i ? "\n  | " : " ");
+    for (int k = 1 + int(rng() % 4); k > 0; --k) {
+      words.push_back(Word(rng));
+      gram << words.back() << ":" << words.back().size() << (k > 1 ? " " : "");
+    }
+    phrases.push_back(words);
+  }
+  gram << ";\n";
+  std::ofstream whole(dir + "/phrases.txt"), recognised(dir + "/recognised.txt");
+  for (int line = 0; line < 200000; ++line) {
+    auto const& p = phrases[rng() % phrases.size()];
+    for (size_t k = 0; k < p.size(); ++k) whole << (k ? " " : "") << p[k];
+    whole << "\n";
+    for (int piece = 0; piece < 6; ++piece) {
+      if (piece) recognised << " ";
+      if (rng() % 2) {
+        auto const& q = phrases[rng() % phrases.size()];
+        for (size_t k = 0; k < q.size(); ++k) recognised << (k ? " " : "") << q[k];
+      } else {
+        recognised << "the" << rng() % 1000;
+      }
+    }
+    recognised << "\n";
+  }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -82,6 +120,10 @@ int main(int argc, char** argv) {
   }
   if (what == "alternatives") {
     WriteAlternatives(dir + "/alternatives.gram", std::stol(argv[3]));
+    return 0;
+  }
+  if (what == "phrases") {
+    WritePhrases(dir, std::stol(argv[3]));
     return 0;
   }
   if (what == "rules") {

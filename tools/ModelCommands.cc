@@ -51,6 +51,20 @@ int RunMakeModel(int argc, char** argv) {
 
 namespace {
 
+// The blank-separated words of a line (blanks: spaces and tabs).
+std::vector<std::pair<char const*, size_t>> Words(std::string const& line) {
+  std::vector<std::pair<char const*, size_t>> words;
+  char const* c = line.data();
+  char const* end = c + line.size();
+  while (c < end) {
+    while (c < end && (*c == ' ' || *c == '\t' || *c == '\r')) ++c;
+    char const* start = c;
+    while (c < end && *c != ' ' && *c != '\t' && *c != '\r') ++c;
+    if (c > start) words.push_back({start, size_t(c - start)});
+  }
+  return words;
+}
+
 std::string Joined(t2s_model const* model, uint32_t const* outputs, size_t n,
                    std::string const& separator) {
   std::string text;
@@ -68,9 +82,9 @@ bool ApplyLine(t2s_model const* model, t2s_decoder* decoder, std::string const& 
   uint32_t const* outputs;
   size_t n;
   t2s_decoder_reset(decoder);
-  std::istringstream split(line);
   bool alive = true;
-  for (std::string w; alive && split >> w;) alive = t2s_decoder_feed(decoder, w.data(), w.size());
+  for (auto const& w : Words(line))
+    if (alive) alive = t2s_decoder_feed(decoder, w.first, w.second);
   if (!alive || !t2s_decoder_best(decoder, &outputs, &n, nullptr)) return false;
   out = Joined(model, outputs, n, separator);
   return true;
@@ -80,9 +94,7 @@ bool ApplyLine(t2s_model const* model, t2s_decoder* decoder, std::string const& 
 // replaced by its outputs; a word that starts no such run is copied.
 std::string RewriteLine(t2s_model const* model, t2s_decoder* decoder, std::string const& line,
                         std::string const& separator) {
-  std::vector<std::string> words;
-  std::istringstream split(line);
-  for (std::string w; split >> w;) words.push_back(w);
+  auto const words = Words(line);
   std::string out;
   auto emit = [&out](std::string const& piece) {
     if (piece.empty()) return;
@@ -94,7 +106,7 @@ std::string RewriteLine(t2s_model const* model, t2s_decoder* decoder, std::strin
     size_t end = i;
     std::string best;
     for (size_t j = i; j < words.size(); ++j) {
-      if (!t2s_decoder_feed(decoder, words[j].data(), words[j].size())) break;
+      if (!t2s_decoder_feed(decoder, words[j].first, words[j].second)) break;
       uint32_t const* outputs;
       size_t n;
       if (t2s_decoder_best(decoder, &outputs, &n, nullptr)) {
@@ -106,7 +118,8 @@ std::string RewriteLine(t2s_model const* model, t2s_decoder* decoder, std::strin
       emit(best);
       i = end;
     } else {
-      emit(words[i++]);
+      emit(std::string(words[i].first, words[i].second));
+      ++i;
     }
   }
   return out;

@@ -24,6 +24,7 @@ struct t2s_model {
   arc_record* arcs;
   char* pool;
   uint32_t* string_offsets; /* where string i starts in the pool */
+  int has_epsilon;          /* any arc with input 0 */
 };
 
 static void fail(char* error, size_t size, const char* format, ...) {
@@ -32,6 +33,11 @@ static void fail(char* error, size_t size, const char* format, ...) {
   va_start(args, format);
   vsnprintf(error, size, format, args);
   va_end(args);
+}
+
+/* Ties keep no particular order; the search takes every matching arc. */
+static int by_input(const void* a, const void* b) {
+  return (int)((const arc_record*)a)->input - (int)((const arc_record*)b)->input;
 }
 
 static uint32_t u32_at(const unsigned char* p) {
@@ -136,6 +142,14 @@ t2s_model* t2s_model_from_memory(const void* data, size_t size, char* error, siz
     t2s_model_free(model);
     return NULL;
   }
+  /* Each state's arcs sorted by input byte: a byte is found by binary search and the epsilon
+     arcs come first. Arcs are reached only through their state's range, so this is safe. */
+  for (uint32_t i = 0; i < model->num_states; ++i) {
+    state_record s = model->states[i];
+    qsort(model->arcs + s.first_arc, s.end_arc - s.first_arc, sizeof(arc_record), by_input);
+  }
+  for (uint32_t i = 0; i < model->num_arcs; ++i)
+    if (model->arcs[i].input == 0) model->has_epsilon = 1;
   return model;
 }
 
@@ -241,17 +255,27 @@ static int relax(t2s_decoder* d, uint32_t state, float weight, int64_t from, uin
    number of sweeps, so even a negative epsilon cycle ends). */
 static void close_layer(t2s_decoder* d) {
   const t2s_model* m = d->model;
+  if (!m->has_epsilon) return;
   for (uint32_t sweep = 0; sweep <= m->num_states; ++sweep) {
     int changed = 0;
     for (size_t i = d->layer_begin; i < d->n_entries; ++i) {
       state_record s = m->states[d->entries[i].state];
-      for (uint32_t a = s.first_arc; a < s.end_arc; ++a)
-        if (m->arcs[a].input == 0)
-          changed |= relax(d, (uint32_t)m->arcs[a].next, d->entries[i].weight + m->arcs[a].weight,
-                           (int64_t)i, a);
+      for (uint32_t a = s.first_arc; a < s.end_arc && m->arcs[a].input == 0; ++a)
+        changed |= relax(d, (uint32_t)m->arcs[a].next, d->entries[i].weight + m->arcs[a].weight,
+                         (int64_t)i, a);
     }
     if (!changed) return;
   }
+}
+
+/* The first arc of [first, end) whose input is not below c. */
+static uint32_t first_with_input(const arc_record* arcs, uint32_t first, uint32_t end, uint8_t c) {
+  while (first < end) {
+    uint32_t middle = first + (end - first) / 2;
+    if (arcs[middle].input < c) first = middle + 1;
+    else end = middle;
+  }
+  return first;
 }
 
 void t2s_decoder_reset(t2s_decoder* d) {
@@ -273,10 +297,11 @@ int t2s_decoder_feed(t2s_decoder* d, const char* bytes, size_t length) {
     d->layer += 1;
     for (size_t i = previous_begin; i < previous_end; ++i) {
       state_record s = m->states[d->entries[i].state];
-      for (uint32_t a = s.first_arc; a < s.end_arc; ++a)
-        if (m->arcs[a].input == c && c != 0)
-          relax(d, (uint32_t)m->arcs[a].next, d->entries[i].weight + m->arcs[a].weight,
-                (int64_t)i, a);
+      if (c == 0) break; /* a zero byte is epsilon, never input */
+      for (uint32_t a = first_with_input(m->arcs, s.first_arc, s.end_arc, c);
+           a < s.end_arc && m->arcs[a].input == c; ++a)
+        relax(d, (uint32_t)m->arcs[a].next, d->entries[i].weight + m->arcs[a].weight,
+              (int64_t)i, a);
     }
     if (d->n_entries == d->layer_begin) d->dead = 1;
     else close_layer(d);
