@@ -109,42 +109,23 @@ TEST(Interface, SortArcs) {
 
 TEST(InterfaceDeathTest, UnsupportedOperationsNameThemselves) {
   FSTGeneric m = new ChainRep(2);
-  FSTArcVector v;
   fst::vector<double> d;
   struct Case {
     std::function<void()> call;
     char const* message;
   };
+  // The formatting is shared; these cover the bare names and the ones written with "()".
   std::vector<Case> cases = {
       {[&] { m->arc_out(0); }, "ChainRep::arc_out\\(\\) not supported"},
       {[&] { m->restore_input_output_index(); },
        "ChainRep::restore_input_output_index\\(\\) not supported"},
-      {[&] { m->set_initial(0); }, "ChainRep::set_initial not supported"},
-      {[&] { m->set_final(0, 0); }, "ChainRep::set_final not supported"},
-      {[&] { m->set_potential(0, 0); }, "ChainRep::set_potential not supported"},
-      {[&] { m->add_states(1); }, "ChainRep::add_states not supported"},
       {[&] { m->add_arc(0, 0, 0, 0, 0); }, "ChainRep::add_arc not supported"},
-      {[&] { m->add_arcs(0, v, FSTArcOrderAny); }, "ChainRep::add_arcs not supported"},
-      {[&] { m->set_arcs(0, v, FSTArcOrderAny); }, "ChainRep::set_arcs not supported"},
-      {[&] { m->delete_state(0); }, "ChainRep::delete_state not supported"},
       {[&] { m->delete_states({}); }, "ChainRep::delete_states not supported"},
-      {[&] { m->final_states(); }, "ChainRep::final_states not supported"},
-      {[&] { m->arcs_in(0, FSTArcOrderAny); }, "ChainRep::arcs_in not supported"},
-      {[&] { m->arcs_in_with_input(0, 0, FSTArcModeEqual); },
-       "ChainRep::arcs_in_with_input not supported"},
       {[&] { m->arcs_in_with_output(0, 0, FSTArcModeEqual); },
        "ChainRep::arcs_in_with_output not supported"},
-      {[&] { m->_train_begin(); }, "ChainRep::_train_begin\\(\\) not supported"},
-      {[&] { m->_train_begin_left(); }, "ChainRep::_train_begin_left\\(\\) not supported"},
-      {[&] { m->_train_begin_right(); }, "ChainRep::_train_begin_right\\(\\) not supported"},
-      {[&] { m->_train_end(); }, "ChainRep::_train_end\\(\\) not supported"},
-      {[&] { m->_train_normalize(); }, "ChainRep::_train_normalize\\(\\) not supported"},
-      {[&] { m->_train_normalize_by_outputlabel(); },
-       "ChainRep::_train_normalize_by_outputlabel\\(\\) not supported"},
       {[&] { m->_train_update(d, d, 1.0); }, "ChainRep::_train_update\\(\\) not supported"},
       // Operations whose code is not part of this build stop the same way, by name.
       {[&] { m->dump_binary(std::cout); }, "ChainRep::dump_binary is not available"},
-      {[&] { m->dump_mmap("x", FSTArcOrderAny); }, "ChainRep::dump_mmap is not available"},
   };
   for (Case const& c : cases) {
     // The "()" in the X text is a regex group unless escaped, hence the escapes above.

@@ -42,45 +42,22 @@ TEST(Semiring, MinPlusArithmeticAndTolerance) {
   FSTSemiringBase const& s = *FSTMinPlus;
   EXPECT_EQ(s.plus(1e30f, 3), 3);
   EXPECT_EQ(s.times(1e30f, 3), 1e30f + 3.0f);  // no saturation
-  EXPECT_EQ(s.times(1, 2, 3.5f), 6.5f);
-  EXPECT_EQ(s.plus(4, 2, 3), 2);
-  EXPECT_EQ(s.closure(-5), 0);  // negative loops are not detected
-  EXPECT_EQ(s.invert(2), -2);
+  EXPECT_EQ(s.closure(-5), 0);                 // negative loops are not detected
   EXPECT_FALSE(s.is_better(2.9995f, 3));
   EXPECT_TRUE(s.is_better(2.998f, 3));
   EXPECT_TRUE(s.is_better(2.9995f, 3, 0.0001f));
-  EXPECT_TRUE(s.is_equal(2.9995f, 3));
-  EXPECT_FALSE(s.is_equal(2.998f, 3));
-  EXPECT_FALSE(s.is_equal(2.9995f, 3, 0.0001f));
   EXPECT_EQ(s.convert(1e30f), 0);
   EXPECT_EQ(s.convert(0), 1);
-  EXPECT_FLOAT_EQ(s.convert(std::log(4.0f)), 0.25f);
-  EXPECT_FLOAT_EQ(s.unconvert(0.25f), std::log(4.0f));
 }
 
 TEST(Semiring, MaxPlusAndPlusTimes) {
-  FSTSemiringBase const& m = *FSTMaxPlus;
-  EXPECT_EQ(m.plus(-1e30f, 3), 3);
-  EXPECT_EQ(m.plus(1, 5, 2), 5);
-  EXPECT_EQ(m.better(1, 5), 5);
-  EXPECT_TRUE(m.is_better(3.002f, 3));
-  EXPECT_FALSE(m.is_better(3.0005f, 3));
-  EXPECT_EQ(m.invert(-1e30f), -1e30f);
-  EXPECT_EQ(m.convert(-1e30f), 0);
-  EXPECT_FLOAT_EQ(m.convert(std::log(0.5f)), 0.5f);
-  EXPECT_FLOAT_EQ(m.unconvert(0.5f), std::log(0.5f));
-
-  FSTSemiringBase const& p = *FSTPlusTimes;
-  EXPECT_EQ(p.times(0.5f, 0.5f, 0.5f), 0.125f);
-  EXPECT_EQ(p.plus(0.25f, 0.5f), 0.75f);
-  EXPECT_EQ(p.closure(0.75f), 4);
-  EXPECT_EQ(p.invert(4), 0.25f);
-  EXPECT_EQ(p.invert(0), 0);
-  EXPECT_EQ(p.better(0.2f, 0.7f), 0.7f);
-  EXPECT_TRUE(p.is_equal(0.5f, 0.5000005f));
-  EXPECT_FALSE(p.is_equal(0.5f, 0.500002f));
-  EXPECT_EQ(p.convert(0.3f), 0.3f);
-  EXPECT_EQ(p.unconvert(0.3f), 0.3f);
+  EXPECT_EQ(FSTMaxPlus->plus(-1e30f, 3), 3);
+  EXPECT_FALSE(FSTMaxPlus->is_better(3.0005f, 3));  // within the tolerance
+  EXPECT_FLOAT_EQ(FSTMaxPlus->convert(std::log(0.5f)), 0.5f);
+  EXPECT_EQ(FSTPlusTimes->closure(0.75f), 4);
+  EXPECT_EQ(FSTPlusTimes->invert(4), 0.25f);
+  EXPECT_TRUE(FSTPlusTimes->is_equal(0.5f, 0.5000005f));
+  EXPECT_FALSE(FSTPlusTimes->is_equal(0.5f, 0.500002f));
 }
 
 TEST(Semiring, PlusTimesLogAddsProbabilities) {
