@@ -122,9 +122,10 @@ TEST(ModelEndToEnd, WeightsTagsAndTheApplyCommand) {
   EXPECT_NE(r.out.find(" states, "), std::string::npos);
   r = RunCommand(tool + " apply --rewrite " + path + " \"meet me at one o'clock\"");
   EXPECT_EQ(r.out, "meet me at 1 h\n");
-  r = RunCommand("printf 'at two\\nat three\\n' | " + tool + " apply --sep + " + path);
-  EXPECT_EQ(r.out, "at+2\n");
-  EXPECT_EQ(r.err, "no match\n");
+  // One output line per input line: a miss is an empty line, and named on standard error.
+  r = RunCommand("printf 'at two\\nat three\\n at  one o\\047clock \\n' | " + tool + " apply --sep + " + path);
+  EXPECT_EQ(r.out, "at+2\n\nat+1+h\n");
+  EXPECT_EQ(r.err, "line 2: no match\n");
   EXPECT_EQ(r.status, 1);
   r = RunCommand(tool + " make-model " + WriteTempFile("bad.gram", "public <a> = (x;") + " " +
                  path);

@@ -45,12 +45,15 @@ TEST(CharExpansion, ExpandArcCases) {
             "T 1 3 120 , 0\nT 3 4 121 , 0\nT 4 0 122 Z 1.5");
   EXPECT_EQ(next, 5u);
   EXPECT_EQ(ExpandArc(ParseLine("T 0 1 , , 0.5"), &next), "T 0 1 , , 0.5");
-  EXPECT_EQ(ExpandArc(ParseLine("T 0 1 a,b:c"), &next), "T 0 5 97 , 0\nT 5 6 , , 0\nT 6 1 98 c 0");
+  // A comma byte is 44 (the field "," would read back as epsilon); escapes are white space.
+  EXPECT_EQ(ExpandArc(ParseLine("T 0 1 a,b:c"), &next), "T 0 5 97 , 0\nT 5 6 44 , 0\nT 6 1 98 c 0");
   EXPECT_EQ(ExpandArc(ParseLine("T 0 1 \xc3\xa9:e"), &next), "T 0 7 195 , 0\nT 7 1 169 e 0");
   // An arc with no label at all stays one epsilon arc; an empty output side is epsilon too.
   EXPECT_EQ(ExpandArc(ParseLine("T 4 5"), &next), "T 4 5 , , 0");
   EXPECT_EQ(ExpandArc(ParseLine("T 4 5 q:"), &next), "T 4 5 113 , 0");
   EXPECT_EQ(next, 8u);
+  EXPECT_EQ(ExpandArc(ParseLine("T 0 1 a\\sb:A\\sB"), &next), "T 0 8 97 , 0\nT 8 9 32 , 0\nT 9 1 98 A\\sB 0");
+  EXPECT_EQ(ExpandArc(ParseLine("T 0 1 \\,"), &next), "T 0 1 44 \\, 0");
 }
 
 TEST(CharExpansion, ConvertKeepsNonArcLinesFirst) {

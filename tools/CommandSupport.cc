@@ -4,6 +4,10 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <iostream>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 Arguments::Arguments(int argc, char** argv, std::vector<std::string> const& flags,
                      std::vector<std::string> const& with_value) {
@@ -54,13 +58,91 @@ FSTGeneric LoadInput(char const* command, std::string const& path) {
   return FSTLoad(path);
 }
 
+namespace {
+
+std::string folder_of(std::string const& path) {
+  size_t slash = path.rfind('/');
+  return slash == std::string::npos ? "." : path.substr(0, slash == 0 ? 1 : slash);
+}
+
+}  // namespace
+
 bool CanWrite(char const* command, std::string const& path) {
   if (path.empty() || path == "-") return true;
-  std::ofstream probe(path, std::ios::app);
-  if (probe) return true;
-  std::fprintf(stderr, "t2sfst %s: cannot write %s: %s\n", command, path.c_str(),
-               std::strerror(errno));
+  struct stat info;
+  char const* problem = nullptr;
+  if (stat(path.c_str(), &info) == 0) {
+    if (S_ISDIR(info.st_mode)) problem = "it is a directory";
+    else if (access(path.c_str(), W_OK) != 0) problem = std::strerror(errno);
+  }
+  if (!problem && access(folder_of(path).c_str(), W_OK | X_OK) != 0) problem = std::strerror(errno);
+  if (!problem) return true;
+  std::fprintf(stderr, "t2sfst %s: cannot write %s: %s\n", command, path.c_str(), problem);
   return false;
+}
+
+std::vector<std::string> Arguments::values(std::string const& option) const {
+  std::vector<std::string> found;
+  for (auto const& o : options)
+    if (o.first == option) found.push_back(o.second);
+  return found;
+}
+
+OutputFile::OutputFile(char const* command, std::string const& path)
+    : _command(command), _path(path) {
+  if (path.empty() || path == "-") return;
+  if (!CanWrite(command, path)) {
+    _ok = false;
+    return;
+  }
+  std::string name = path.substr(path.rfind('/') == std::string::npos ? 0 : path.rfind('/') + 1);
+  std::string pattern = folder_of(path) + "/." + name + ".XXXXXX";
+  std::vector<char> buffer(pattern.begin(), pattern.end());
+  buffer.push_back('\0');
+  int fd = mkstemp(buffer.data());
+  if (fd < 0) {
+    std::fprintf(stderr, "t2sfst %s: cannot write beside %s: %s\n", command, path.c_str(),
+                 std::strerror(errno));
+    _ok = false;
+    return;
+  }
+  close(fd);
+  _temp = buffer.data();
+}
+
+OutputFile::~OutputFile() {
+  delete _file;
+  if (!_temp.empty() && !_committed) unlink(_temp.c_str());
+}
+
+std::ostream& OutputFile::stream() {
+  if (_temp.empty()) return std::cout;
+  if (!_file) _file = new std::ofstream(_temp, std::ios::binary | std::ios::trunc);
+  return *_file;
+}
+
+bool OutputFile::commit() {
+  if (_temp.empty()) {
+    std::cout.flush();
+    return bool(std::cout);
+  }
+  bool written = true;
+  if (_file) {
+    _file->close();
+    written = !_file->fail();
+  }
+  // A new file gets the permissions the user's umask gives, not mkstemp's private ones.
+  mode_t mask = umask(0);
+  umask(mask);
+  struct stat info;
+  mode_t mode = stat(_path.c_str(), &info) == 0 ? info.st_mode & 07777 : 0666 & ~mask;
+  if (!written || chmod(_temp.c_str(), mode) != 0 || rename(_temp.c_str(), _path.c_str()) != 0) {
+    std::fprintf(stderr, "t2sfst %s: cannot write %s: %s\n", _command, _path.c_str(),
+                 written ? std::strerror(errno) : "write failed");
+    return false;
+  }
+  _committed = true;
+  return true;
 }
 
 int UsageError(char const* command, char const* message) {

@@ -3,7 +3,7 @@
 #ifndef T2SFST_TOOLS_COMMANDSUPPORT_H
 #define T2SFST_TOOLS_COMMANDSUPPORT_H
 
-#include <iosfwd>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -16,6 +16,8 @@ struct Arguments {
             std::vector<std::string> const& with_value);
   bool has(std::string const& option) const;
   std::string value(std::string const& option, std::string const& fallback = "") const;
+  // Every value of an option that may be given more than once, in order.
+  std::vector<std::string> values(std::string const& option) const;
 
   bool ok = true;
   std::vector<std::string> positional;
@@ -26,11 +28,40 @@ struct Arguments {
 // read prints "t2sfst COMMAND: cannot read FILE: reason" and gives a null handle.
 FSTGeneric LoadInput(char const* command, std::string const& path);
 
-// Checks that a file can be created for writing; prints one line naming it when not.
+// Checks, without creating anything, that a file can be written; prints one line naming it when
+// not.
 bool CanWrite(char const* command, std::string const& path);
+
+// An output that appears at its path only when complete: it is written to a temporary file
+// beside the path and renamed into place by commit(), so an existing file is never lost and a
+// reader never sees half of one. "" and "-" are standard output.
+class OutputFile {
+ public:
+  OutputFile(char const* command, std::string const& path);
+  ~OutputFile();  // removes the temporary file unless it was committed
+  OutputFile(OutputFile const&) = delete;
+  OutputFile& operator=(OutputFile const&) = delete;
+  bool ok() const { return _ok; }
+  std::ostream& stream();
+  // The temporary file, for writers that open a path themselves (empty for standard output).
+  std::string const& temp_path() const { return _temp; }
+  // Closes and renames into place; prints the reason and returns false on failure.
+  bool commit();
+
+ private:
+  char const* _command;
+  std::string _path, _temp;
+  std::ofstream* _file = nullptr;
+  bool _ok = true, _committed = false;
+};
 
 // Writes m as AT&T text (and its symbol table to symbols_path unless empty); the exit status.
 int WriteAtt(FSTGeneric const& m, std::ostream& os, std::string const& symbols_path);
+
+// Compiles a grammar file with its imports (-I folders) for a command, showing every message of
+// the compiler; references to undefined rules fail unless --allow-undefined.
+bool CompileGrammar(char const* command, Arguments const& args, std::string const& grammar,
+                    FSTJsgfOptions options, FSTGeneric& result);
 
 // Exit status for wrong usage, after printing the command's usage line.
 int UsageError(char const* command, char const* message);

@@ -1,6 +1,7 @@
 // AT&T text interop, the common text format of WFST toolkits: "src dst in out weight" arc lines
 // and "state [weight]" final lines, the start state's lines first, labels by name with a symbol
-// table beside them.
+// table beside them. A label with white space is written with the escapes of the text format
+// (a symbol such as new\syork), so it stays one field and comes back byte for byte.
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
@@ -16,12 +17,6 @@ namespace {
 
 char const* const epsilon_name = "<eps>";
 
-bool has_blank(char const* text) {
-  for (char const* c = text; *c; ++c)
-    if (std::isspace(static_cast<unsigned char>(*c))) return true;
-  return false;
-}
-
 std::string weight_text(float w) {
   char buffer[32];
   std::snprintf(buffer, sizeof buffer, "%.9g", double(w));  // enough digits to read back exactly
@@ -33,11 +28,10 @@ std::string weight_text(float w) {
 int WriteAtt(FSTGeneric const& m, std::ostream& os, std::string const& symbols_path) {
   float const one = m->semiring()->one;
   std::map<int, std::string> used{{0, epsilon_name}};
-  auto name = [&](int label) -> char const* {
-    if (label == 0) return epsilon_name;
-    char const* text = FSTstring_map[label];
-    used[label] = text;
-    return text;
+  auto name = [&](int label) -> std::string const& {
+    auto found = used.find(label);
+    if (found != used.end()) return found->second;
+    return used[label] = FSTEscapeLabel(FSTstring_map[label]);
   };
   m->force();
   int const n = m->states().size();
@@ -52,16 +46,8 @@ int WriteAtt(FSTGeneric const& m, std::ostream& os, std::string const& symbols_p
   }
   for (int s : order) {
     for (FSTArc* a : m->arcs_out(s)) {
-      char const* in = name(a->input);
-      char const* out = name(a->output);
-      if (has_blank(in) || has_blank(out)) {
-        std::fprintf(stderr,
-                     "t2sfst convert: label '%s' holds white space, which AT&T text cannot\n",
-                     has_blank(in) ? in : out);
-        return 1;
-      }
-      os << s << "\t" << a->to << "\t" << in << "\t" << out << "\t" << weight_text(a->weight)
-         << "\n";
+      os << s << "\t" << a->to << "\t" << name(a->input) << "\t" << name(a->output) << "\t"
+         << weight_text(a->weight) << "\n";
     }
     if (m->is_final(s)) {
       os << s;
@@ -105,7 +91,7 @@ int ReadAtt(std::istream& is, std::ostream& os, std::string const& symbols_path,
     std::string text = field;
     if (!names.count(field) && id_to_name.count(field)) text = id_to_name[field];
     if (text == epsilon_name || (!id_to_name.empty() && id_to_name["0"] == text)) return 0;
-    return FSTstring_map[text];
+    return FSTstring_map[FSTUnescapeLabel(text)];
   };
   FSTGeneric m = FSTBasic(semiring);
   std::string line;

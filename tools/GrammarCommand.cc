@@ -6,42 +6,44 @@
 #include "CommandSupport.h"
 #include "Commands.h"
 
+bool CompileGrammar(char const* command, Arguments const& args, std::string const& grammar,
+                    FSTJsgfOptions options, FSTGeneric& result) {
+  options.allow_undefined = args.has("--allow-undefined");
+  options.search_path = args.values("-I");
+  std::string messages;
+  bool ok = FSTJsgfCompileFile(result, messages, grammar, options);
+  std::cerr << messages;
+  if (!ok) std::fprintf(stderr, "t2sfst %s: %s does not compile\n", command, grammar.c_str());
+  return ok;
+}
+
 int RunCompileGrammar(int argc, char** argv) {
   Arguments args(argc, argv,
                  {"--drop-tags", "--no-output", "--mark-rules", "--pauses", "--allow-undefined",
                   "--no-optimize"},
-                 {"-o", "--format"});
+                 {"-o", "--format", "-I"});
   std::string format = args.value("--format", "text");
   if (!args.ok || args.positional.size() != 1 ||
       (format != "text" && format != "att" && format != "dot"))
     return UsageError("compile-grammar", "give one GRAMMAR; --format is text, att or dot");
-  std::string const& grammar = args.positional[0];
-  std::ifstream probe(grammar);
-  if (!probe) {
-    std::fprintf(stderr, "t2sfst compile-grammar: cannot read %s\n", grammar.c_str());
-    return 1;
-  }
-  std::string out = args.value("-o");
-  if (!CanWrite("compile-grammar", out)) return 1;
-
+  OutputFile output("compile-grammar", args.value("-o"));
+  if (!output.ok()) return 1;
+  FSTJsgfOptions options;
+  options.drop_tags = args.has("--drop-tags");
+  options.no_output = args.has("--no-output");
+  options.mark_rules = args.has("--mark-rules");
+  options.pauses = args.has("--pauses");
   FSTGeneric m;
-  std::string messages;
-  bool ok = FSTJsgfParseFile(m, messages, grammar, args.has("--drop-tags"), args.has("--no-output"),
-                             args.has("--mark-rules"), args.has("--pauses"),
-                             args.has("--allow-undefined"));
-  std::cerr << messages;
-  if (!ok) return 1;
+  if (!CompileGrammar("compile-grammar", args, args.positional[0], options, m)) return 1;
   m = args.has("--no-optimize") ? FSTBasic(m) : FSTOptimizeA(m, 1, 0.001f);
 
-  std::ofstream file;
-  if (!out.empty() && out != "-") file.open(out);
-  std::ostream& os = file.is_open() ? file : std::cout;
+  std::ostream& os = output.stream();
   if (format == "dot") {
     m->dump_dot(os, nullptr);
   } else if (format == "att") {
-    return WriteAtt(m, os, "");
+    if (int status = WriteAtt(m, os, "")) return status;
   } else {
     m->dump_ascii(os, true);
   }
-  return 0;
+  return output.commit() ? 0 : 1;
 }

@@ -9,42 +9,39 @@
 
 #include "CommandSupport.h"
 #include "Commands.h"
-#include "T2sModel.h"
+#include "T2sBuilder.h"
 #include "t2s_runtime.h"
 
 int RunMakeModel(int argc, char** argv) {
-  Arguments args(argc, argv, {}, {});
+  Arguments args(argc, argv, {"--allow-undefined"}, {"-I"});
   if (!args.ok || args.positional.size() != 2)
     return UsageError("make-model", "give GRAMMAR MODEL");
   std::string const& grammar = args.positional[0];
   std::string const& model_path = args.positional[1];
-  if (!std::ifstream(grammar)) {
-    std::fprintf(stderr, "t2sfst make-model: cannot read %s\n", grammar.c_str());
-    return 1;
-  }
-  if (!CanWrite("make-model", model_path)) return 1;
+  if (model_path == "-") return UsageError("make-model", "MODEL must be a file");
+  OutputFile output("make-model", model_path);
+  if (!output.ok()) return 1;
   auto start = std::chrono::steady_clock::now();
-  int status = MakeT2sModel(grammar.c_str(), model_path.c_str());
-  double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  if (status != 0) {
-    // The entry point reports nothing: compile once more for the parser's messages.
-    FSTGeneric m;
-    std::string messages;
-    FSTJsgfParseFile(m, messages, grammar, false, false, false, false, true);
-    std::cerr << messages;
-    std::fprintf(stderr, "t2sfst make-model: %s does not compile\n", grammar.c_str());
-    return 1;
-  }
+  FSTGeneric compiled;
+  if (!CompileGrammar("make-model", args, grammar, FSTJsgfOptions(), compiled)) return 1;
+  // Built beside the model and renamed into place: a failure or a kill never costs the old one.
+  T2sBuildModel(compiled, output.temp_path().c_str());
   char error[256];
-  t2s_model* model = t2s_model_load(model_path.c_str(), error, sizeof error);
+  t2s_model* model = t2s_model_load(output.temp_path().c_str(), error, sizeof error);
   if (!model) {
     std::fprintf(stderr, "t2sfst make-model: %s\n", error);
     return 1;
   }
-  std::ifstream written(model_path, std::ios::binary | std::ios::ate);
+  std::ifstream written(output.temp_path(), std::ios::binary | std::ios::ate);
+  long long bytes = static_cast<long long>(written.tellg());
+  if (!output.commit()) {
+    t2s_model_free(model);
+    return 1;
+  }
+  double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
   std::printf("%s: %u states, %u arcs, %u output strings, %lld bytes, %.3f s\n", model_path.c_str(),
               t2s_model_num_states(model), t2s_model_num_arcs(model), t2s_model_num_strings(model),
-              static_cast<long long>(written.tellg()), seconds);
+              bytes, seconds);
   t2s_model_free(model);
   return 0;
 }
@@ -75,23 +72,22 @@ std::string Joined(t2s_model const* model, uint32_t const* outputs, size_t n,
   return text;
 }
 
-// The words of the line, blanks left out (the model spells tokens without separators), must be
-// one accepted string.
+// The whole line must be read by the model (blanks between words are its to read or skip).
 bool ApplyLine(t2s_model const* model, t2s_decoder* decoder, std::string const& line,
                std::string const& separator, std::string& out) {
   uint32_t const* outputs;
   size_t n;
   t2s_decoder_reset(decoder);
-  bool alive = true;
-  for (auto const& w : Words(line))
-    if (alive) alive = t2s_decoder_feed(decoder, w.first, w.second);
-  if (!alive || !t2s_decoder_best(decoder, &outputs, &n, nullptr)) return false;
+  if (!t2s_decoder_feed(decoder, line.data(), line.size()) ||
+      !t2s_decoder_best(decoder, &outputs, &n, nullptr))
+    return false;
   out = Joined(model, outputs, n, separator);
   return true;
 }
 
-// From the left, the longest run of words whose bytes (blanks left out) the model accepts is
-// replaced by its outputs; a word that starts no such run is copied.
+// From the left, the longest run of words that the model reads is replaced by its outputs; a
+// word that starts no such run is copied. Each word of a run costs one step and one acceptance
+// check; the path is read back once per run.
 std::string RewriteLine(t2s_model const* model, t2s_decoder* decoder, std::string const& line,
                         std::string const& separator) {
   auto const words = Words(line);
@@ -101,26 +97,26 @@ std::string RewriteLine(t2s_model const* model, t2s_decoder* decoder, std::strin
     if (!out.empty()) out += ' ';
     out += piece;
   };
+  auto feed = [&](size_t j, size_t first) {
+    if (j > first && !t2s_decoder_feed(decoder, " ", 1)) return false;
+    return t2s_decoder_feed(decoder, words[j].first, words[j].second) != 0;
+  };
   for (size_t i = 0; i < words.size();) {
     t2s_decoder_reset(decoder);
     size_t end = i;
-    std::string best;
-    for (size_t j = i; j < words.size(); ++j) {
-      if (!t2s_decoder_feed(decoder, words[j].first, words[j].second)) break;
-      uint32_t const* outputs;
-      size_t n;
-      if (t2s_decoder_best(decoder, &outputs, &n, nullptr)) {
-        end = j + 1;
-        best = Joined(model, outputs, n, separator);
-      }
-    }
-    if (end > i) {
-      emit(best);
-      i = end;
-    } else {
+    for (size_t j = i; j < words.size() && feed(j, i); ++j)
+      if (t2s_decoder_accepts(decoder)) end = j + 1;
+    if (end == i) {
       emit(std::string(words[i].first, words[i].second));
       ++i;
+      continue;
     }
+    t2s_decoder_reset(decoder);
+    for (size_t j = i; j < end; ++j) feed(j, i);
+    uint32_t const* outputs;
+    size_t n;
+    if (t2s_decoder_best(decoder, &outputs, &n, nullptr)) emit(Joined(model, outputs, n, separator));
+    i = end;
   }
   return out;
 }
@@ -139,17 +135,20 @@ int RunApply(int argc, char** argv) {
   t2s_decoder* decoder = t2s_decoder_new(model);
   std::string separator = args.value("--sep", " ");
   bool rewrite = args.has("--rewrite"), all_matched = true;
+  size_t line_number = 0;
+  // One output line per input line, so outputs line up with inputs; a miss is an empty line.
   auto handle = [&](std::string const& line) {
+    ++line_number;
     if (rewrite) {
       std::cout << RewriteLine(model, decoder, line, separator) << "\n";
       return;
     }
     std::string out;
-    if (ApplyLine(model, decoder, line, separator, out)) {
-      std::cout << out << "\n";
-    } else {
+    bool matched = ApplyLine(model, decoder, line, separator, out);
+    std::cout << out << "\n";
+    if (!matched) {
       std::cout.flush();
-      std::fprintf(stderr, "no match\n");
+      std::fprintf(stderr, "line %zu: no match\n", line_number);
       all_matched = false;
     }
   };

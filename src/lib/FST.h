@@ -9,6 +9,7 @@
 #include "FSTDeterminize.h"
 #include "FSTGeneric.h"
 #include "FSTJsgf.h"
+#include "FSTJsgfImport.h"
 #include "FSTLazy.h"
 #include "FSTLoad.h"
 #include "FSTMinimize.h"

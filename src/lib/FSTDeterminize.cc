@@ -44,8 +44,8 @@ bool _SubsetLess::operator()(_TripleSet const& a, _TripleSet const& b) const {
   for (auto i = a.begin(), j = b.begin(); !i.done(); i.next(), j.next())
     if ((*i).pair != (*j).pair) return (*i).pair < (*j).pair;
   for (auto i = a.begin(), j = b.begin(); !i.done(); i.next(), j.next()) {
-    if ((*j).weight - (*i).weight >= tolerance) return true;
-    if ((*i).weight - (*j).weight >= tolerance) return false;
+    if (_exceeds((*j).weight, (*i).weight, tolerance)) return true;
+    if (_exceeds((*i).weight, (*j).weight, tolerance)) return false;
   }
   return false;
 }
@@ -242,8 +242,9 @@ void FSTDeterminizeRep::_build_group(int p, size_t begin, size_t end, FSTArcList
     bool same_pairs = true, other_residuals = false;
     for (auto i = subset.begin(), j = _state(p).begin(); !i.done(); i.next(), j.next()) {
       same_pairs &= (*i).pair == (*j).pair;
-      float d = (*i).weight - (*j).weight;
-      if (d >= _delta || -d >= _delta) other_residuals = true;
+      if (fst_determinize::_exceeds((*i).weight, (*j).weight, _delta) ||
+          fst_determinize::_exceeds((*j).weight, (*i).weight, _delta))
+        other_residuals = true;
     }
     if (same_pairs && other_residuals) {
       for (Member const& m : members) _simple_arc(p, *m.entry, s.times(m.residual, W), list);

@@ -66,6 +66,12 @@ class _TripleSet {
   _Chunk* _last = nullptr;  // where the next triple goes
 };
 
+// Whether a is above b by at least the tolerance; a tolerance of 0 compares exactly (a > b), so
+// equal residuals are one subset and a cyclic machine closes.
+inline bool _exceeds(float a, float b, float tolerance) {
+  return tolerance > 0 ? a - b >= tolerance : a > b;
+}
+
 // An order on subsets in which residuals within the tolerance count as equal.
 struct _SubsetLess {
   float tolerance = 0;

@@ -48,6 +48,20 @@ void FSTJsgf_yy::_reset() {
   _undefined.clear();
   _result = FSTGeneric();
   _tokens = 0;
+  _mentions.clear();
+  _mentions_used = 0;
+  _reference_lines.clear();
+  _failed = false;
+  _aliases.clear();
+  _rule_source.clear();
+}
+
+bool FSTJsgf_yy::_run(std::istream& is, std::string const& name) {
+  _reset();
+  _messages.str("");
+  _name = name;
+  _lexer.reset(new FSTJsgf_yyFlexLexer(&is, nullptr));
+  return FSTJsgf_yyparse(*this) == 0 && !_failed;
 }
 
 bool FSTJsgf_yy::parse(std::istream& is, std::string const& name, FSTGeneric& result,
@@ -57,11 +71,7 @@ bool FSTJsgf_yy::parse(std::istream& is, std::string const& name, FSTGeneric& re
   _mark_rules = b3;
   _pauses = b4;
   _allow_undefined = b5;
-  _reset();
-  _messages.str("");
-  _name = name;
-  _lexer.reset(new FSTJsgf_yyFlexLexer(&is, nullptr));
-  bool ok = FSTJsgf_yyparse(*this) == 0 && (_undefined.empty() || _allow_undefined);
+  bool ok = _run(is, name) && (_undefined.empty() || _allow_undefined);
   if (!ok) {
     errors = _messages.str();
     _reset();
@@ -89,6 +99,7 @@ int FSTJsgf_yy::lex(FSTJSGF_YYSTYPE* value) {
       break;
     case FSTJSGF_RULE_NAME:
       value->label = _rule_label(text);
+      _mentions.push_back({value->label, _lexer->lineno()});
       break;
     case FSTJSGF_WEIGHT:
       value->weight = std::strtof(text.c_str() + 1, nullptr);
@@ -115,7 +126,11 @@ void FSTJsgf_yy::error(char const* message) { _at_line() << message << "\n"; }
 
 void FSTJsgf_yy::grammar_name(int label) { _grammar_name = FSTstring_map[label]; }
 
-void FSTJsgf_yy::import_statement() { _at_line() << "warning: import not implemented\n"; }
+void FSTJsgf_yy::import_statement(int label) {
+  _mentions_used = _mentions.size();
+  if (_imports) _import(label);
+  else _at_line() << "warning: import not implemented\n";
+}
 
 int FSTJsgf_yy::keyword_label(char const* keyword) { return FSTstring_map[keyword]; }
 
@@ -174,6 +189,19 @@ FSTGeneric FSTJsgf_yy::parallel(fst::vector<FSTGeneric>* fsts) {
   return FSTBasic(FSTUnion(*fsts, costs));
 }
 
+FSTGeneric FSTJsgf_yy::group(fst::vector<FSTGeneric>* fsts) {
+  _warn_if_weights_ignored(*fsts);
+  return parallel(fsts);
+}
+
+// One alternative without a weight among weighted ones makes the whole group unweighted.
+void FSTJsgf_yy::_warn_if_weights_ignored(fst::vector<FSTGeneric> const& fsts) {
+  bool weighted = false, unweighted = false;
+  for (FSTGeneric const& m : fsts) (m->potential(m->initial()) < 0 ? unweighted : weighted) = true;
+  if (weighted && unweighted)
+    _at_line() << "warning: weights ignored: an alternative of this group has no weight\n";
+}
+
 FSTGeneric FSTJsgf_yy::optional(FSTGeneric const& m) { return FSTUnion(m, empty()); }
 
 FSTGeneric FSTJsgf_yy::optimize(FSTGeneric const& m) {
@@ -182,6 +210,11 @@ FSTGeneric FSTJsgf_yy::optimize(FSTGeneric const& m) {
 }
 
 void FSTJsgf_yy::rule(int name, fst::vector<FSTGeneric>* alternatives, bool is_public) {
+  // The first rule name met since the last definition is this one's own; the rest its body's.
+  for (size_t i = _mentions_used + 1; i < _mentions.size(); ++i)
+    _reference_lines.insert({{name, _mentions[i].first}, _mentions[i].second});
+  _mentions_used = _mentions.size();
+  _warn_if_weights_ignored(*alternatives);
   auto& definitions = _rules[name];
   if (!definitions.empty())
     _messages << "warning: merging extra definition of rule " << FSTstring_map[name] << ", line "
@@ -200,6 +233,8 @@ bool FSTJsgf_yy::finish_expression(fst::vector<FSTGeneric>* alternatives) {
 }
 
 void FSTJsgf_yy::finish_grammar() {
+  if (_collect_only) return;
+  _add_import_aliases();
   float const one = FSTMinPlus->one;
   FSTGeneric top = FSTBasic(FSTMinPlus);
   top->add_states(2);
@@ -222,16 +257,10 @@ void FSTJsgf_yy::finish_grammar() {
   for (auto& [r, definitions] : _rules) {
     FSTGeneric m = optimize(parallel(&definitions));
     for (int p : m->states())
-      for (FSTArc* a : m->arcs_out(p)) {
-        if (a->input == 0 || FSTstring_map[a->input][0] != '<') continue;
-        if (_rules.count(a->input)) {
+      for (FSTArc* a : m->arcs_out(p))
+        if (a->input != 0 && FSTstring_map[a->input][0] == '<' && _rules.count(a->input))
           calls[r].insert(a->input);
-        } else if (_undefined.insert(std::string(FSTstring_map[r]) + " " + FSTstring_map[a->input])
-                       .second) {
-          _messages << "warning: rule " << FSTstring_map[r] << " refers to undefined rule "
-                    << FSTstring_map[a->input] << ", line " << _lexer->lineno() << "\n";
-        }
-      }
+    _check_references(r, m);
     names.push_back(FSTstring_map[r]);
     machines.push_back(m);
   }
@@ -260,6 +289,24 @@ void FSTJsgf_yy::finish_grammar() {
 
   _expand_nonrecursive_rules(names, machines, calls);
   _result = FSTRtn(top, names, machines, _mark_rules);
+}
+
+// Reports each rule that m (the body of rule) calls and nobody defines, at the line of the call.
+void FSTJsgf_yy::_check_references(int rule, FSTGeneric const& m) {
+  for (int p : m->states())
+    for (FSTArc* a : m->arcs_out(p)) {
+      if (a->input == 0 || FSTstring_map[a->input][0] != '<' || _rules.count(a->input)) continue;
+      if (!_undefined.insert(std::string(FSTstring_map[rule]) + " " + FSTstring_map[a->input])
+               .second)
+        continue;
+      auto line = _reference_lines.find({rule, a->input});
+      _messages << "warning: rule " << FSTstring_map[rule] << " refers to undefined rule "
+                << FSTstring_map[a->input] << ", line "
+                << (line != _reference_lines.end() ? line->second : _lexer->lineno());
+      auto source = _rule_source.find(rule);
+      if (source != _rule_source.end()) _messages << " of " << source->second;
+      _messages << "\n";
+    }
 }
 
 // A rule that cannot reach itself through calls is substituted into its callers, callees first,

@@ -30,6 +30,7 @@ bool FSTJsgfParseFile(FSTGeneric& result, std::string& messages, std::string con
 
 class FSTJsgf_yyFlexLexer;
 union FSTJSGF_YYSTYPE;
+struct FSTJsgfOptions;
 
 // The parser object: scanner state, messages, options, rule table and the semantic operations
 // that the generated parser calls.
@@ -50,6 +51,8 @@ class FSTJsgf_yy {
   // The alternative's weight (-1: none written) rides as its initial state's potential.
   FSTGeneric series(fst::vector<FSTGeneric>* items, float weight);
   FSTGeneric parallel(fst::vector<FSTGeneric>* alternatives);
+  // A parenthesised or bracketed group: parallel, with a warning when its weights are ignored.
+  FSTGeneric group(fst::vector<FSTGeneric>* alternatives);
   FSTGeneric optional(FSTGeneric const& m);
   FSTGeneric optimize(FSTGeneric const& m);
   void rule(int name, fst::vector<FSTGeneric>* alternatives, bool is_public);
@@ -60,12 +63,22 @@ class FSTJsgf_yy {
   int lex(FSTJSGF_YYSTYPE* value);
   void error(char const* message);
   void grammar_name(int label);
-  void import_statement();
+  // Warns that imports are not implemented, unless the parse resolves them (FSTJsgfCompileFile).
+  void import_statement(int label);
   int keyword_label(char const* keyword);
 
  private:
+  friend bool FSTJsgfCompileFile(FSTGeneric&, std::string&, std::string const&,
+                                 FSTJsgfOptions const&);
+  struct _Imports;
+
   void _reset();
+  bool _run(std::istream& is, std::string const& name);
   std::ostream& _at_line();
+  void _warn_if_weights_ignored(fst::vector<FSTGeneric> const& alternatives);
+  void _check_references(int rule, FSTGeneric const& m);
+  void _import(int label);
+  void _add_import_aliases();
   int _rule_label(std::string text);
   void _expand_nonrecursive_rules(fst::vector<std::string> const& names,
                                   fst::vector<FSTGeneric>& machines,
@@ -82,6 +95,18 @@ class FSTJsgf_yy {
   std::set<std::string> _undefined;
   FSTGeneric _result;
   int _tokens = 0;
+  // Rule names as the scanner met them, with their lines; each rule definition takes those of
+  // its body, so a reference is reported at its own line.
+  std::vector<std::pair<int, int>> _mentions;
+  size_t _mentions_used = 0;
+  std::map<std::pair<int, int>, int> _reference_lines;  // (rule, referenced rule) -> line
+  // Import resolution, when enabled: the shared search state, the rules imported under short
+  // names (short -> full label), the file each imported rule comes from.
+  std::shared_ptr<_Imports> _imports;
+  bool _collect_only = false;  // stop after reading the rules (an imported grammar)
+  bool _failed = false;        // an error outside the parser's own (an import not found)
+  std::map<int, int> _aliases;
+  std::map<int, std::string> _rule_source;
 };
 
 #endif

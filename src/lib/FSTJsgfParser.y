@@ -34,8 +34,9 @@ void FSTJsgf_yyerror(FSTJsgf_yy& jsgf, char const* message) { jsgf.error(message
 %destructor { delete $$; } <fst> <list>
 
 /* A bare expansion may begin with a word that is also a keyword: "grammar" before any of the
-   four kinds of word, and "public" before a rule name, are read as the start of a grammar. */
-%expect 5
+   four kinds of word, "public" before a rule name and "import" before a rule name are read as the
+   start of a grammar. */
+%expect 6
 
 %%
 
@@ -51,6 +52,8 @@ grammar_file
   | HEADER imports
   | declaration imports rules
   | declaration imports
+  | some_imports rules
+  | some_imports
   | rules
   ;
 
@@ -60,7 +63,16 @@ declaration
 
 imports
   : %empty
-  | imports IMPORT RULE_NAME ';'     { jsgf.import_statement(); }
+  | some_imports
+  ;
+
+some_imports
+  : import
+  | some_imports import
+  ;
+
+import
+  : IMPORT RULE_NAME ';'             { jsgf.import_statement($2); }
   ;
 
 rules
@@ -103,8 +115,8 @@ primary
   | RULE_NAME                        { $$ = new FSTGeneric(jsgf.simple($1, $1)); }
   | NULL_RULE                        { $$ = new FSTGeneric(jsgf.empty()); }
   | VOID_RULE                        { $$ = new FSTGeneric(jsgf._void()); }
-  | '(' alternatives ')'             { $$ = new FSTGeneric(jsgf.parallel($2)); delete $2; }
-  | '[' alternatives ']'             { $$ = new FSTGeneric(jsgf.optional(jsgf.parallel($2))); delete $2; }
+  | '(' alternatives ')'             { $$ = new FSTGeneric(jsgf.group($2)); delete $2; }
+  | '[' alternatives ']'             { $$ = new FSTGeneric(jsgf.optional(jsgf.group($2))); delete $2; }
   ;
 
 word

@@ -34,6 +34,7 @@ struct SymbolKey {
 // Weights within delta share a class (delta 0: each value its own class).
 long weight_class(float w, float delta) {
   if (delta <= 0) {
+    if (w == 0) w = 0;  // -0 and 0 are one weight
     long bits = 0;
     static_assert(sizeof(float) <= sizeof(long), "");
     std::memcpy(&bits, &w, sizeof w);

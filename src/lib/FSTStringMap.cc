@@ -55,3 +55,68 @@ void FSTLabels(char const* file) {
   if (!in) return;
   intern_tokens(FSTstring_map, in);
 }
+
+namespace {
+
+// The escape letter of a byte that cannot stand in a field, or 0.
+char escape_letter(char c) {
+  switch (c) {
+    case ' ': return 's';
+    case '\t': return 't';
+    case '\n': return 'n';
+    case '\v': return 'v';
+    case '\f': return 'f';
+    case '\r': return 'r';
+    case '\\': return '\\';
+    default: return 0;
+  }
+}
+
+}  // namespace
+
+bool FSTLabelNeedsEscape(char const* text) {
+  if (text[0] == ',' && text[1] == 0) return true;
+  for (char const* c = text; *c; ++c)
+    if (escape_letter(*c)) return true;
+  return false;
+}
+
+std::string FSTEscapeLabel(char const* text) {
+  if (!FSTLabelNeedsEscape(text)) return text;
+  if (text[0] == ',' && text[1] == 0) return "\\,";
+  std::string field;
+  for (char const* c = text; *c; ++c) {
+    char letter = escape_letter(*c);
+    if (letter) {
+      field += '\\';
+      field += letter;
+    } else {
+      field += *c;
+    }
+  }
+  return field;
+}
+
+std::string FSTUnescapeLabel(std::string const& field) {
+  if (field.find('\\') == std::string::npos) return field;
+  std::string text;
+  for (size_t i = 0; i < field.size(); ++i) {
+    if (field[i] != '\\' || i + 1 == field.size()) {
+      text += field[i];
+      continue;
+    }
+    char const next = field[++i];
+    switch (next) {
+      case 's': text += ' '; break;
+      case 't': text += '\t'; break;
+      case 'n': text += '\n'; break;
+      case 'v': text += '\v'; break;
+      case 'f': text += '\f'; break;
+      case 'r': text += '\r'; break;
+      case '\\': text += '\\'; break;
+      case ',': text += ','; break;
+      default: text += '\\'; text += next; break;
+    }
+  }
+  return text;
+}

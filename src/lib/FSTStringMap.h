@@ -39,4 +39,12 @@ extern FSTStringMap FSTstring_map;
 // Interns every whitespace-separated token of a file into FSTstring_map, in file order.
 void FSTLabels(char const* file);
 
+// A label's text as one field of a line-oriented file. White space and the backslash become
+// \s \t \n \v \f \r \\, and a label that is just "," (the epsilon field) becomes "\,";
+// any other text is its own field. FSTUnescapeLabel inverts it (an unknown escape stays as
+// written), so every label survives a dump and reload byte for byte.
+bool FSTLabelNeedsEscape(char const* text);
+std::string FSTEscapeLabel(char const* text);
+std::string FSTUnescapeLabel(std::string const& field);
+
 #endif

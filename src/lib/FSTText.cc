@@ -14,13 +14,15 @@
 
 namespace {
 
-// Writes a label's name; an id the label map does not know fails the stream, so nothing more
+// Writes a label's name as one field (escaped where it holds white space); an id the label map does not know fails the stream, so nothing more
 // gets written.
 bool write_label(std::ostream& os, int id, char const* epsilon) {
   if (id == 0) {
     os << epsilon;
   } else if (id < 0 || id >= FSTstring_map.size()) {
     os.setstate(std::ios::failbit);
+  } else if (FSTLabelNeedsEscape(FSTstring_map[id])) {
+    os << FSTEscapeLabel(FSTstring_map[id]);
   } else {
     os << FSTstring_map[id];
   }
@@ -60,9 +62,14 @@ void FSTGenericInt::dump_ascii(std::ostream& os, bool header) const {
 
 namespace {
 
-// Dot strings are quoted: a quote or backslash inside a label must not end them.
+// Dot strings are quoted: a quote or backslash inside a label must not end them, and a line
+// break is drawn as one.
 void write_dot_text(std::ostream& os, char const* text) {
   for (char const* c = text; *c; ++c) {
+    if (*c == '\n' || *c == '\r') {
+      os << "\\n";
+      continue;
+    }
     if (*c == '"' || *c == '\\') os << '\\';
     os << *c;
   }
@@ -152,6 +159,13 @@ int parse_arc_line(char const* text, int& p, int& q, char* input, char* output, 
   return 5;
 }
 
+// The id of a label field: "," is epsilon, escapes give back the label's own bytes.
+int label_id(char const* field) {
+  if (field[0] == ',' && field[1] == 0) return 0;
+  if (!std::strchr(field, '\\')) return FSTstring_map[field];
+  return FSTstring_map[FSTUnescapeLabel(field)];
+}
+
 }  // namespace
 
 FSTBasicRep::FSTBasicRep(std::istream& is, char const* header) {
@@ -202,8 +216,8 @@ FSTBasicRep::FSTBasicRep(std::istream& is, char const* header) {
         if (n < 4) std::strcpy(output, ",");
         if (n < 5) w = one;
         // The output is interned first: with two new names it gets the smaller id.
-        int out = std::strcmp(output, ",") == 0 ? 0 : FSTstring_map[output];
-        int in = std::strcmp(input, ",") == 0 ? 0 : FSTstring_map[input];
+        int out = label_id(output);
+        int in = label_id(input);
         add_arc(p, q, in, out, transform(w));
         break;
       }

@@ -2,6 +2,7 @@
 #include <sstream>
 #include <vector>
 
+#include "FSTStringMap.h"
 #include "T2sBuilder.h"
 
 std::ostream& operator<<(std::ostream& os, Arc const& arc) {
@@ -39,14 +40,15 @@ namespace {
 // The text format writes epsilon as ","; an empty label field would shift the fields after it.
 std::string label_field(std::string const& text) { return text.empty() ? "," : text; }
 
-std::string byte_label(unsigned char byte) {
-  return byte == ',' ? std::string(",") : std::to_string(unsigned(byte));
-}
+// A byte as the decimal label the packed model reads. A comma is 44 like any other byte: the
+// field "," would read back as epsilon.
+std::string byte_label(unsigned char byte) { return std::to_string(unsigned(byte)); }
 
 }  // namespace
 
 std::string ExpandArc(Arc const& arc, unsigned long* next_state) {
-  std::string const& text = arc.input;
+  // Labels are fields of the text format: "," is epsilon, escapes stand for white space.
+  std::string const text = arc.input == "," ? std::string() : FSTUnescapeLabel(arc.input);
   Arc piece = arc;
   piece.output = label_field(arc.output);
   std::ostringstream os;

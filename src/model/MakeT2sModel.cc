@@ -10,20 +10,9 @@
 #include "T2sBuilder.h"
 #include "T2sModel.h"
 
-extern "C" int MakeT2sModel(const char* grammar_path, const char* model_path) {
-  // 1. The grammar, every byte; a file that cannot be opened reads as empty text.
-  std::string grammar;
-  {
-    std::ifstream in(grammar_path ? grammar_path : "", std::ios::binary);
-    grammar.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  }
-  // 2. Compile, tolerating references to undefined rules.
-  FSTGeneric machine;
-  std::string side_text;
-  if (!FSTJsgfParseString(machine, side_text, grammar.c_str(), false, false, false, false, true))
-    return 1;
+void T2sBuildModel(FSTGeneric const& compiled, char const* model_path) {
   // 3-4. Optimise, keep the input side.
-  machine = FSTOptimizeA(machine, 1, 0.001f);
+  FSTGeneric machine = FSTOptimizeA(compiled, 1, 0.001f);
   machine = FSTProject(machine, FSTArcOrderInput, FSTArcOrderAny);
   // 5-6. One byte per arc, written as text where the model will go.
   std::string text = ConvertLabelToCharValue(machine);
@@ -40,5 +29,30 @@ extern "C" int MakeT2sModel(const char* grammar_path, const char* model_path) {
   // 10. The packed model replaces the text. The model is released here rather than kept.
   std::unique_ptr<FstModel> model(FstDumpBinary(machine));
   SaveModel(model_path, model.get());
-  return 0;
+}
+
+extern "C" int MakeT2sModel(const char* grammar_path, const char* model_path) {
+  // No exception may leave a C entry point: an unreadable grammar (a directory, say) reads as
+  // empty text, and anything thrown later fails the call.
+  try {
+    // 1. The grammar, every byte; a file that cannot be opened reads as empty text.
+    std::string grammar;
+    {
+      std::ifstream in(grammar_path ? grammar_path : "", std::ios::binary);
+      try {
+        grammar.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+      } catch (...) {
+        grammar.clear();
+      }
+    }
+    // 2. Compile, tolerating references to undefined rules.
+    FSTGeneric machine;
+    std::string side_text;
+    if (!FSTJsgfParseString(machine, side_text, grammar.c_str(), false, false, false, false, true))
+      return 1;
+    T2sBuildModel(machine, model_path);
+    return 0;
+  } catch (...) {
+    return 1;
+  }
 }

@@ -10,9 +10,17 @@
 
 #include "FSTGeneric.h"
 
+// ---- the pipeline ----
+
+// The model builder's stages after compilation: optimise, project, expand to bytes, write the
+// text to path, load it back, optimise again and write the packed model over it. The compiled
+// grammar is the machine that FSTJsgfParseString or FSTJsgfCompileFile gives.
+void T2sBuildModel(FSTGeneric const& compiled, char const* path);
+
 // ---- character expansion ----
 
-// One parsed line of the text format.
+// One parsed line of the text format. Labels stay fields of that format: "," is epsilon and
+// white space inside a label is escaped (see FSTEscapeLabel).
 struct Arc {
   char kind = 0;  // 'T' for an arc
   uint64_t from = 0;

@@ -44,6 +44,75 @@ static uint32_t u32_at(const unsigned char* p) {
   return (uint32_t)p[0] | (uint32_t)p[1] << 8 | (uint32_t)p[2] << 16 | (uint32_t)p[3] << 24;
 }
 
+/* A state on a cycle of epsilon arcs that holds an arc of negative weight (such a cycle would
+   lower a path's cost without end), -1 when there is none, -2 when memory ran out. Tarjan's
+   strongly connected components over the epsilon arcs, iteratively; the arcs are sorted, so a
+   state's epsilon arcs are the first of its range. */
+static int64_t negative_epsilon_cycle(const t2s_model* m) {
+  uint32_t n = m->num_states;
+  size_t bytes = (n ? (size_t)n : 1) * sizeof(uint32_t);
+  uint32_t* index = (uint32_t*)calloc(1, bytes); /* 0: not visited */
+  uint32_t* low = (uint32_t*)malloc(bytes);
+  uint32_t* component = (uint32_t*)malloc(bytes);
+  uint32_t* stack = (uint32_t*)malloc(bytes);
+  uint32_t* calls = (uint32_t*)malloc(bytes); /* the depth-first path */
+  uint32_t* next_arc = (uint32_t*)malloc(bytes);
+  int64_t result = -1;
+  if (!index || !low || !component || !stack || !calls || !next_arc) {
+    result = -2;
+    goto done;
+  }
+  uint32_t counter = 0, n_stack = 0, n_calls = 0;
+  for (uint32_t root = 0; root < n; ++root) {
+    if (index[root]) continue;
+    calls[n_calls++] = root;
+    index[root] = low[root] = ++counter;
+    component[root] = UINT32_MAX;
+    stack[n_stack++] = root;
+    next_arc[root] = m->states[root].first_arc;
+    while (n_calls) {
+      uint32_t p = calls[n_calls - 1];
+      uint32_t a = next_arc[p];
+      if (a < m->states[p].end_arc && m->arcs[a].input == 0) {
+        next_arc[p] = a + 1;
+        uint32_t q = (uint32_t)m->arcs[a].next;
+        if (!index[q]) {
+          index[q] = low[q] = ++counter;
+          component[q] = UINT32_MAX;
+          stack[n_stack++] = q;
+          next_arc[q] = m->states[q].first_arc;
+          calls[n_calls++] = q;
+        } else if (component[q] == UINT32_MAX && index[q] < low[p]) {
+          low[p] = index[q];
+        }
+        continue;
+      }
+      --n_calls;
+      if (n_calls && low[p] < low[calls[n_calls - 1]]) low[calls[n_calls - 1]] = low[p];
+      if (low[p] == index[p]) {
+        uint32_t q;
+        do {
+          q = stack[--n_stack];
+          component[q] = p;
+        } while (q != p);
+      }
+    }
+  }
+  /* A negative epsilon arc inside one component lies on a cycle. */
+  for (uint32_t p = 0; p < n && result == -1; ++p)
+    for (uint32_t a = m->states[p].first_arc; a < m->states[p].end_arc && m->arcs[a].input == 0;
+         ++a)
+      if (m->arcs[a].weight < 0 && component[m->arcs[a].next] == component[p]) result = p;
+done:
+  free(index);
+  free(low);
+  free(component);
+  free(stack);
+  free(calls);
+  free(next_arc);
+  return result;
+}
+
 void t2s_model_free(t2s_model* model) {
   if (!model) return;
   free(model->states);
@@ -63,6 +132,12 @@ t2s_model* t2s_model_from_memory(const void* data, size_t size, char* error, siz
     t2s_model_free(model);                                                                 \
     return NULL;                                                                           \
   }
+#define NEED_MEMORY(pointer)                         \
+  if (!(pointer)) {                                  \
+    fail(error, error_size, "out of memory loading a model"); \
+    t2s_model_free(model);                           \
+    return NULL;                                     \
+  }
   t2s_model* model = (t2s_model*)calloc(1, sizeof(t2s_model));
   if (!model) return NULL;
   NEED(8, "the header");
@@ -71,6 +146,7 @@ t2s_model* t2s_model_from_memory(const void* data, size_t size, char* error, siz
   at = 8;
   NEED((uint64_t)model->num_states * 12, "the state records");
   model->states = (state_record*)calloc(model->num_states ? model->num_states : 1, sizeof(state_record));
+  NEED_MEMORY(model->states);
   for (uint32_t i = 0; i < model->num_states; ++i, at += 12) {
     model->states[i].first_arc = u32_at(bytes + at);
     model->states[i].end_arc = u32_at(bytes + at + 4);
@@ -81,6 +157,7 @@ t2s_model* t2s_model_from_memory(const void* data, size_t size, char* error, siz
   at += 4;
   NEED((uint64_t)model->num_arcs * 16, "the arc records");
   model->arcs = (arc_record*)calloc(model->num_arcs ? model->num_arcs : 1, sizeof(arc_record));
+  NEED_MEMORY(model->arcs);
   for (uint32_t i = 0; i < model->num_arcs; ++i, at += 16) {
     model->arcs[i].input = bytes[at];
     model->arcs[i].output = u32_at(bytes + at + 4);
@@ -94,9 +171,11 @@ t2s_model* t2s_model_from_memory(const void* data, size_t size, char* error, siz
   at += 8;
   NEED(model->pool_size, "the string pool");
   model->pool = (char*)malloc(model->pool_size ? model->pool_size : 1);
+  NEED_MEMORY(model->pool);
   if (model->pool_size) memcpy(model->pool, bytes + at, model->pool_size);
   at += model->pool_size;
 #undef NEED
+#undef NEED_MEMORY
   if (at != size) {
     fail(error, error_size, "model has %llu bytes after its string pool",
          (unsigned long long)(size - at));
@@ -122,12 +201,18 @@ t2s_model* t2s_model_from_memory(const void* data, size_t size, char* error, siz
       problem = "arc to a state out of range", where = i;
     else if (a.output >= model->num_strings)
       problem = "arc with an output string out of range", where = i;
+    else if (a.weight != a.weight)
+      problem = "arc with a weight that is not a number", where = i;
   }
+  /* Every string takes at least its zero byte: more strings than bytes is a lie. */
+  if (!problem && model->num_strings > model->pool_size)
+    problem = "more strings than bytes in the string pool", where = model->num_strings;
   if (!problem) {
     /* Exactly num_strings zero-terminated strings fill the pool. */
-    model->string_offsets = (uint32_t*)malloc((model->num_strings ? model->num_strings : 1) * 4);
+    model->string_offsets =
+        (uint32_t*)malloc((model->num_strings ? (size_t)model->num_strings : 1) * sizeof(uint32_t));
     uint32_t offset = 0, n = 0;
-    while (offset < model->pool_size && n < model->num_strings) {
+    while (model->string_offsets && offset < model->pool_size && n < model->num_strings) {
       model->string_offsets[n++] = offset;
       const char* end = memchr(model->pool + offset, 0, model->pool_size - offset);
       if (!end) break;
@@ -150,6 +235,18 @@ t2s_model* t2s_model_from_memory(const void* data, size_t size, char* error, siz
   }
   for (uint32_t i = 0; i < model->num_arcs; ++i)
     if (model->arcs[i].input == 0) model->has_epsilon = 1;
+  if (model->has_epsilon) {
+    int64_t state = negative_epsilon_cycle(model);
+    if (state != -1) {
+      if (state == -2) fail(error, error_size, "out of memory checking the epsilon arcs");
+      else
+        fail(error, error_size,
+             "model is inconsistent: epsilon cycle of negative weight through state %lld",
+             (long long)state);
+      t2s_model_free(model);
+      return NULL;
+    }
+  }
   return model;
 }
 
@@ -190,13 +287,17 @@ const char* t2s_model_string(const t2s_model* m, uint32_t i) {
 /* ---- decoding ----------------------------------------------------------------------------- */
 
 /* The search keeps one layer of entries per input position: each entry is a state reached with
-   its best weight and the entry and arc it came from, so the best path can be read back. */
+   its best cost and the entry and arc it came from, so the best path can be read back. A cost is
+   the number of outputs emitted inside a word, then the weight. */
 typedef struct {
   uint32_t state;
+  uint32_t inside; /* outputs emitted between two bytes of one word */
   float weight;
   int64_t from; /* entry index, -1 at the start */
-  uint32_t arc; /* the arc taken from there */
+  uint32_t arc; /* the arc taken from there, or NO_ARC where a separator was skipped */
 } entry;
+
+#define NO_ARC UINT32_MAX
 
 struct t2s_decoder {
   const t2s_model* model;
@@ -204,17 +305,25 @@ struct t2s_decoder {
   size_t n_entries, capacity;
   size_t layer_begin; /* first entry of the current (last) layer */
   uint64_t* stamp;    /* per state: layer stamp << 32 | entry offset in the layer */
-  uint64_t layer;     /* stamp of the current layer */
+  uint32_t layer;     /* stamp of the current layer */
   int dead;
+  int held;      /* a word byte fed but not consumed yet (the next byte decides its cost), or -1 */
+  int separator; /* blanks were fed after a word byte */
   uint32_t* outputs;
   size_t n_outputs, outputs_capacity;
 };
+
+static int is_blank(unsigned char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 
 t2s_decoder* t2s_decoder_new(const t2s_model* model) {
   t2s_decoder* d = (t2s_decoder*)calloc(1, sizeof(t2s_decoder));
   if (!d) return NULL;
   d->model = model;
   d->stamp = (uint64_t*)calloc(model->num_states ? model->num_states : 1, sizeof(uint64_t));
+  if (!d->stamp) {
+    free(d);
+    return NULL;
+  }
   t2s_decoder_reset(d);
   return d;
 }
@@ -227,12 +336,22 @@ void t2s_decoder_free(t2s_decoder* d) {
   free(d);
 }
 
+/* A fresh layer number; stamps are cleared when the numbers wrap around. */
+static void next_layer(t2s_decoder* d) {
+  if (++d->layer == UINT32_MAX) {
+    memset(d->stamp, 0, (d->model->num_states ? d->model->num_states : 1) * sizeof(uint64_t));
+    d->layer = 1;
+  }
+}
+
 /* Adds or improves the entry for state in the current layer; returns 1 when it changed. */
-static int relax(t2s_decoder* d, uint32_t state, float weight, int64_t from, uint32_t arc) {
+static int relax(t2s_decoder* d, uint32_t state, uint32_t inside, float weight, int64_t from,
+                 uint32_t arc) {
   uint64_t mark = d->stamp[state];
-  if (mark >> 32 == d->layer) {
+  if ((uint32_t)(mark >> 32) == d->layer) {
     entry* e = &d->entries[d->layer_begin + (mark & 0xffffffffu)];
-    if (weight >= e->weight) return 0;
+    if (inside > e->inside || (inside == e->inside && !(weight < e->weight))) return 0;
+    e->inside = inside;
     e->weight = weight;
     e->from = from;
     e->arc = arc;
@@ -245,15 +364,15 @@ static int relax(t2s_decoder* d, uint32_t state, float weight, int64_t from, uin
     d->entries = bigger;
     d->capacity = capacity;
   }
-  d->stamp[state] = d->layer << 32 | (uint64_t)(d->n_entries - d->layer_begin);
-  entry e = {state, weight, from, arc};
+  d->stamp[state] = (uint64_t)d->layer << 32 | (uint64_t)(d->n_entries - d->layer_begin);
+  entry e = {state, inside, weight, from, arc};
   d->entries[d->n_entries++] = e;
   return 1;
 }
 
-/* Follows epsilon-input arcs within the current layer until no weight improves (a bounded
-   number of sweeps, so even a negative epsilon cycle ends). */
-static void close_layer(t2s_decoder* d) {
+/* Follows epsilon-input arcs within the current layer until no cost improves. The loader refuses
+   epsilon cycles that could lower a cost, so this ends; the sweep bound is a second guard. */
+static void close_layer(t2s_decoder* d, int inside_word) {
   const t2s_model* m = d->model;
   if (!m->has_epsilon) return;
   for (uint32_t sweep = 0; sweep <= m->num_states; ++sweep) {
@@ -261,8 +380,9 @@ static void close_layer(t2s_decoder* d) {
     for (size_t i = d->layer_begin; i < d->n_entries; ++i) {
       state_record s = m->states[d->entries[i].state];
       for (uint32_t a = s.first_arc; a < s.end_arc && m->arcs[a].input == 0; ++a)
-        changed |= relax(d, (uint32_t)m->arcs[a].next, d->entries[i].weight + m->arcs[a].weight,
-                         (int64_t)i, a);
+        changed |= relax(d, (uint32_t)m->arcs[a].next,
+                         d->entries[i].inside + (inside_word && m->arcs[a].output != 0),
+                         d->entries[i].weight + m->arcs[a].weight, (int64_t)i, a);
     }
     if (!changed) return;
   }
@@ -278,49 +398,110 @@ static uint32_t first_with_input(const arc_record* arcs, uint32_t first, uint32_
   return first;
 }
 
+/* A new layer from the arcs of the current one that read c. inside_word: the byte after c is
+   another byte of c's word, so an output emitted on c is emitted inside a word. */
+static void consume(t2s_decoder* d, uint8_t c, int inside_word) {
+  const t2s_model* m = d->model;
+  size_t previous_begin = d->layer_begin, previous_end = d->n_entries;
+  d->layer_begin = d->n_entries;
+  next_layer(d);
+  for (size_t i = previous_begin; i < previous_end; ++i) {
+    state_record s = m->states[d->entries[i].state];
+    for (uint32_t a = first_with_input(m->arcs, s.first_arc, s.end_arc, c);
+         a < s.end_arc && m->arcs[a].input == c; ++a)
+      relax(d, (uint32_t)m->arcs[a].next,
+            d->entries[i].inside + (inside_word && m->arcs[a].output != 0),
+            d->entries[i].weight + m->arcs[a].weight, (int64_t)i, a);
+  }
+  if (d->n_entries == d->layer_begin) d->dead = 1;
+  else close_layer(d, inside_word);
+}
+
+/* Between two words the model reads nothing or one blank byte (a space or a tab). */
+static void separate(t2s_decoder* d) {
+  const t2s_model* m = d->model;
+  size_t previous_begin = d->layer_begin, previous_end = d->n_entries;
+  d->layer_begin = d->n_entries;
+  next_layer(d);
+  for (size_t i = previous_begin; i < previous_end; ++i)
+    relax(d, d->entries[i].state, d->entries[i].inside, d->entries[i].weight, (int64_t)i, NO_ARC);
+  static const uint8_t blanks[2] = {'\t', ' '};
+  for (size_t i = previous_begin; i < previous_end; ++i) {
+    state_record s = m->states[d->entries[i].state];
+    for (int b = 0; b < 2; ++b)
+      for (uint32_t a = first_with_input(m->arcs, s.first_arc, s.end_arc, blanks[b]);
+           a < s.end_arc && m->arcs[a].input == blanks[b]; ++a)
+        relax(d, (uint32_t)m->arcs[a].next, d->entries[i].inside,
+              d->entries[i].weight + m->arcs[a].weight, (int64_t)i, a);
+  }
+  close_layer(d, 0);
+}
+
+/* Whether some entry of the current layer has an arc reading c. */
+static int can_read(const t2s_decoder* d, uint8_t c) {
+  const t2s_model* m = d->model;
+  for (size_t i = d->layer_begin; i < d->n_entries; ++i) {
+    state_record s = m->states[d->entries[i].state];
+    uint32_t a = first_with_input(m->arcs, s.first_arc, s.end_arc, c);
+    if (a < s.end_arc && m->arcs[a].input == c) return 1;
+  }
+  return 0;
+}
+
 void t2s_decoder_reset(t2s_decoder* d) {
   d->n_entries = 0;
   d->layer_begin = 0;
-  d->layer += 1;
+  d->held = -1;
+  d->separator = 0;
+  next_layer(d);
   d->dead = d->model->start < 0;
   if (d->dead) return;
-  relax(d, (uint32_t)d->model->start, 0.0f, -1, 0);
-  close_layer(d);
+  relax(d, (uint32_t)d->model->start, 0, 0.0f, -1, 0);
+  close_layer(d, 0);
 }
 
 int t2s_decoder_feed(t2s_decoder* d, const char* bytes, size_t length) {
-  const t2s_model* m = d->model;
   for (size_t k = 0; k < length && !d->dead; ++k) {
     uint8_t c = (uint8_t)bytes[k];
-    size_t previous_begin = d->layer_begin, previous_end = d->n_entries;
-    d->layer_begin = d->n_entries;
-    d->layer += 1;
-    for (size_t i = previous_begin; i < previous_end; ++i) {
-      state_record s = m->states[d->entries[i].state];
-      if (c == 0) break; /* a zero byte is epsilon, never input */
-      for (uint32_t a = first_with_input(m->arcs, s.first_arc, s.end_arc, c);
-           a < s.end_arc && m->arcs[a].input == c; ++a)
-        relax(d, (uint32_t)m->arcs[a].next, d->entries[i].weight + m->arcs[a].weight,
-              (int64_t)i, a);
+    if (c == 0) { /* a zero byte is epsilon, never input */
+      d->dead = 1;
+      break;
     }
-    if (d->n_entries == d->layer_begin) d->dead = 1;
-    else close_layer(d);
+    if (is_blank(c)) {
+      if (d->held >= 0) {
+        consume(d, (uint8_t)d->held, 0);
+        d->held = -1;
+        d->separator = 1;
+      }
+      continue;
+    }
+    if (d->held >= 0) consume(d, (uint8_t)d->held, 1);
+    else if (d->separator) separate(d);
+    d->separator = 0;
+    d->held = c;
   }
+  if (!d->dead && d->held >= 0 && !can_read(d, (uint8_t)d->held)) d->dead = 1;
   return !d->dead;
 }
 
-int t2s_decoder_best(t2s_decoder* d, const uint32_t** outputs, size_t* n_outputs,
-                     float* weight) {
-  if (d->dead) return 0;
+/* The entry of the current layer in a final state with the lowest cost, or -1. */
+static int64_t best_final(const t2s_decoder* d) {
   int64_t best = -1;
-  for (size_t i = d->layer_begin; i < d->n_entries; ++i)
-    if (d->model->states[d->entries[i].state].final &&
-        (best < 0 || d->entries[i].weight < d->entries[best].weight))
+  for (size_t i = d->layer_begin; i < d->n_entries; ++i) {
+    const entry* e = &d->entries[i];
+    if (!d->model->states[e->state].final) continue;
+    if (best < 0 || e->inside < d->entries[best].inside ||
+        (e->inside == d->entries[best].inside && e->weight < d->entries[best].weight))
       best = (int64_t)i;
-  if (best < 0) return 0;
-  /* Read the path back, collecting outputs from the end. */
+  }
+  return best;
+}
+
+/* The path's outputs, in order, into d->outputs. */
+static int read_back(t2s_decoder* d, int64_t best) {
   d->n_outputs = 0;
   for (int64_t i = best; d->entries[i].from >= 0; i = d->entries[i].from) {
+    if (d->entries[i].arc == NO_ARC) continue;
     uint32_t out = d->model->arcs[d->entries[i].arc].output;
     if (!out) continue;
     if (d->n_outputs == d->outputs_capacity) {
@@ -337,8 +518,43 @@ int t2s_decoder_best(t2s_decoder* d, const uint32_t** outputs, size_t* n_outputs
     d->outputs[i] = d->outputs[d->n_outputs - 1 - i];
     d->outputs[d->n_outputs - 1 - i] = t;
   }
+  return 1;
+}
+
+/* The input ends here: the held byte is the last of its word. Its layer is scratch, dropped
+   again by restore(), so more bytes can still be fed. */
+static int64_t finish(t2s_decoder* d, size_t* keep_entries, size_t* keep_begin) {
+  *keep_entries = d->n_entries;
+  *keep_begin = d->layer_begin;
+  if (d->dead) return -1;
+  if (d->held >= 0) consume(d, (uint8_t)d->held, 0);
+  return d->dead ? -1 : best_final(d);
+}
+
+static void restore(t2s_decoder* d, size_t keep_entries, size_t keep_begin) {
+  if (d->held >= 0) d->dead = 0; /* only the scratch layer could have died */
+  d->n_entries = keep_entries;
+  d->layer_begin = keep_begin;
+}
+
+int t2s_decoder_accepts(t2s_decoder* d) {
+  if (d->dead) return 0;
+  size_t keep_entries, keep_begin;
+  int found = finish(d, &keep_entries, &keep_begin) >= 0;
+  restore(d, keep_entries, keep_begin);
+  return found;
+}
+
+int t2s_decoder_best(t2s_decoder* d, const uint32_t** outputs, size_t* n_outputs,
+                     float* weight) {
+  if (d->dead) return 0;
+  size_t keep_entries, keep_begin;
+  int64_t best = finish(d, &keep_entries, &keep_begin);
+  int found = best >= 0 && read_back(d, best);
+  if (found && weight) *weight = d->entries[best].weight;
+  restore(d, keep_entries, keep_begin);
+  if (!found) return 0;
   if (outputs) *outputs = d->outputs;
   if (n_outputs) *n_outputs = d->n_outputs;
-  if (weight) *weight = d->entries[best].weight;
   return 1;
 }

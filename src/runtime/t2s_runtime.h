@@ -1,6 +1,17 @@
 /* Runtime for T2S model files: loads a model into flat arrays, validating it completely, and
-   finds the best (lowest weight) path that consumes exactly a given byte string from the start
-   to a final state, giving that path's output strings. No dependency on the toolkit. */
+   finds the best path that consumes a given text from the start to a final state, giving that
+   path's output strings. No dependency on the toolkit.
+
+   The text is words separated by blanks (space, tab, CR, LF). Between two words the model reads
+   nothing or one blank byte (a space or a tab), so a token spelt with a blank matches its words
+   and tokens may run together; blanks before the first word and after the last are ignored.
+   Among the paths that read the text, the best emits the fewest outputs inside a word (on a
+   byte that is not the last of its word, or on an epsilon arc between two bytes of one word),
+   then has the lowest weight: "ab cde" prefers ab + cde to abc + de, and "abcde" is decided by
+   weight alone.
+
+   A model is refused at load time when it is truncated or inconsistent, has a weight that is
+   not a number, or has a cycle of epsilon arcs through an arc of negative weight. */
 #ifndef T2S_RUNTIME_H
 #define T2S_RUNTIME_H
 
@@ -31,12 +42,15 @@ t2s_decoder* t2s_decoder_new(const t2s_model* model);
 void t2s_decoder_free(t2s_decoder* decoder);
 /* Back to the start state with no input consumed. */
 void t2s_decoder_reset(t2s_decoder* decoder);
-/* Consumes more bytes; returns 0 when no path can consume them (the decoder is then dead until
-   reset), 1 otherwise. */
+/* Consumes more text (a word may be split across calls); returns 0 when no path can read it (the
+   decoder is then dead until reset), 1 otherwise. A zero byte never matches. */
 int t2s_decoder_feed(t2s_decoder* decoder, const char* bytes, size_t length);
+/* Whether some path over everything fed ends in a final state; cheaper than t2s_decoder_best
+   (the path is not read back). */
+int t2s_decoder_accepts(t2s_decoder* decoder);
 /* The best path over everything fed that ends in a final state: 1 and its output string indices
    in order (epsilon outputs left out; valid until the decoder changes) and total weight, or 0
-   when there is none. */
+   when there is none. More text may be fed afterwards. */
 int t2s_decoder_best(t2s_decoder* decoder, const uint32_t** outputs, size_t* n_outputs,
                      float* weight);
 

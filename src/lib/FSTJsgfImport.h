@@ -1,0 +1,33 @@
+// Compiling a JSGF grammar file together with the grammars it imports, with the checks a user
+// of the commands expects. Cost: one parse per grammar file read (each package once).
+//
+// "import <pkg.rule>;" and "import <pkg.*>;" read pkg.gram or pkg.jsgf from the importing
+// grammar's folder, then from each folder of the search path. An imported public rule is known by
+// its full name (<pkg.rule>) and, unless the grammar defines a rule of that name itself, by its
+// short name (<rule>); the other rules of pkg stay reachable only through those. Imported rules
+// are never public in the result. An import that cannot be found, or that names no public rule
+// of its grammar, fails the compilation, and so does a grammar without a public rule.
+#ifndef T2SFST_FSTJSGFIMPORT_H
+#define T2SFST_FSTJSGFIMPORT_H
+
+#include <string>
+#include <vector>
+
+#include "FSTGeneric.h"
+
+struct FSTJsgfOptions {
+  bool drop_tags = false;        // b1 of the compiler
+  bool no_output = false;        // b2
+  bool mark_rules = false;       // b3
+  bool pauses = false;           // b4
+  bool allow_undefined = false;  // b5
+  std::vector<std::string> search_path;
+};
+
+// Returns whether the grammar compiled; result is set only then. messages receives every
+// message of the compiler, warnings included, whatever the outcome. A grammar file that cannot
+// be read fails with a message (it is not fatal here).
+bool FSTJsgfCompileFile(FSTGeneric& result, std::string& messages, std::string const& filename,
+                        FSTJsgfOptions const& options);
+
+#endif
