@@ -6,10 +6,10 @@ t2sfst=$1 work=$2 here=$(dirname "$0")
 mkdir -p "$work"
 show() {  # model, mode, lines file
   while IFS= read -r line; do
-    printf '  %-62s -> %s\n' "$line" "$("$t2sfst" apply $2 "$1" "$line" 2>&1)"
+    printf '  %-40s -> %s\n' "$line" "$("$t2sfst" apply $2 "$1" "$line" 2>&1)"
   done < "$3"
 }
-for name in times commands; do
+for name in times commands words; do
   echo "== $here/$name.gram"
   "$t2sfst" make-model "$here/$name.gram" "$work/$name.model"
 done
@@ -19,3 +19,5 @@ echo "== recognised text rewritten by the times model"
 show "$work/times.model" --rewrite "$here/recognised.txt"
 echo "== voice commands"
 show "$work/commands.model" "" "$here/commands.txt"
+echo "== word boundaries: blanks may be read or skipped, outputs stay at word ends"
+show "$work/words.model" "" "$here/words.txt"

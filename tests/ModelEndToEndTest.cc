@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
+#include <cmath>
+#include <cstring>
 #include <map>
+#include <random>
 #include <sstream>
 
 #include "FST.h"
@@ -133,6 +136,66 @@ TEST(ModelEndToEnd, WeightsTagsAndTheApplyCommand) {
   EXPECT_NE(r.err.find("syntax error"), std::string::npos);
 }
 
+// The commands check what the entry point tolerates, show every message at its line, resolve
+// imports, and never leave a new empty file or lose an existing model.
+TEST(ModelEndToEnd, CommandsCheckGrammarsAndKeepModels) {
+  std::string tool = std::string(T2SFST_TOOL) + " make-model ";
+  std::string model = WriteTempFile("checked.model", "an existing model");
+  auto make = [&](std::string const& grammar, std::string const& options = "") {
+    return RunCommand(tool + options + WriteTempFile("checked.gram", grammar) + " " + model);
+  };
+  CommandResult r = make("public <s> = a <nmae>;\n\n<name> = x;\n<t> = <s>\n | <zz>;\n");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("rule <s> refers to undefined rule <nmae>, line 1\n"), std::string::npos)
+      << r.err;
+  EXPECT_NE(r.err.find("rule <t> refers to undefined rule <zz>, line 5\n"), std::string::npos);
+  EXPECT_EQ(make("public <s> = a <nmae>;", "--allow-undefined ").status, 0);
+  r = make("<s> = x;");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("no public rule"), std::string::npos);
+  r = make("public <s> = (/3/ a:A\n | b:B);");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_NE(r.err.find(", line 2: warning: weights ignored"), std::string::npos) << r.err;
+  EXPECT_EQ(make("public <s> = (x;").status, 1);
+  std::string const built = ReadFile(model);
+  EXPECT_EQ(RunCommand(tool + " /tmp " + model).status, 1);  // a directory as grammar
+  EXPECT_EQ(ReadFile(model), built);
+  EXPECT_EQ(MakeT2sModel("/tmp", model.c_str()), 1);
+  EXPECT_EQ(RunCommand(tool + WriteTempFile("g.gram", "public <s> = x;") + " -").status, 2);
+  std::string fresh = WriteTempFile("fresh.model", "");
+  std::remove(fresh.c_str());
+  EXPECT_EQ(RunCommand(tool + WriteTempFile("bad.gram", "x |;") + " " + fresh).status, 1);
+  EXPECT_FALSE(std::ifstream(fresh).good());
+
+  // Imports from -I folders: <pkg.*> and <pkg.rule>, short and full names, private rules kept.
+  std::string lib = WriteTempFile("lib", "");
+  std::remove(lib.c_str());
+  RunCommand("mkdir -p " + lib);
+  std::ofstream(lib + "/places.gram")
+      << "grammar places;\npublic <city> = \"new york:NYC\" | <pa>;\n<pa> = paris:PAR;\n"
+      << "public <port> = dover;\n";
+  EXPECT_EQ(make("import <places.*>;\npublic <t> = to <city> | from <places.city> | by <port>;",
+                 "-I " + lib + " ").status, 0);
+  t2s_model* m = t2s_model_load(model.c_str(), nullptr, 0);
+  ASSERT_NE(m, nullptr);
+  EXPECT_EQ(Decode(m, "to new york"), "to|NYC");
+  EXPECT_EQ(Decode(m, "from paris"), "from|PAR");
+  EXPECT_EQ(Decode(m, "by dover"), "by|dover");
+  EXPECT_EQ(Decode(m, "new york"), "no match");  // imported rules are not public here
+  t2s_model_free(m);
+  r = make("import <places.city>;\npublic <t> = <city> | <port>;", "-I " + lib + " ");
+  EXPECT_EQ(r.status, 1);  // only <city> was imported
+  EXPECT_NE(r.err.find("refers to undefined rule <port>"), std::string::npos) << r.err;
+  r = make("import <places.nope>;\npublic <t> = x;", "-I " + lib + " ");
+  EXPECT_NE(r.err.find("line 1: error: import <places.nope>: grammar places has no public rule "
+                       "<nope>"),
+            std::string::npos)
+      << r.err;
+  r = make("import <nowhere.x>;\npublic <t> = x;");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("cannot find nowhere.gram or nowhere.jsgf"), std::string::npos);
+}
+
 TEST(ModelEndToEnd, FailuresKeepAnExistingModel) {
   std::string path = WriteTempFile("kept.model", "an existing model");
   EXPECT_EQ(MakeT2sModel("/nonexistent/grammar.gram", path.c_str()), 1);
@@ -182,6 +245,109 @@ TEST(ModelRuntime, RefusesDamagedFiles) {
   EXPECT_TRUE(refused(no_terminator, "string pool"));
   EXPECT_EQ(t2s_model_load("/nonexistent/model", error, sizeof error), nullptr);
   EXPECT_EQ(std::string(error), "cannot open /nonexistent/model");
+
+  // A string count that wrapped a 32-bit size product wrote out of bounds.
+  std::string const wrapped("\xff\xff\xff\xff\0\0\0\0\0\0\0\0\0\0\0\x40\x01\0\0\0\0", 21);
+  EXPECT_TRUE(refused(wrapped, "more strings than bytes"));
+  // One state with an epsilon self-loop: negative or NaN, the decoder could loop without end.
+  auto loop_model = [](float weight) {
+    std::string bytes;
+    auto u32 = [&bytes](uint32_t v) {
+      for (int i = 0; i < 4; ++i) bytes += char(v >> (8 * i));
+    };
+    uint32_t bits;
+    std::memcpy(&bits, &weight, 4);
+    u32(0), u32(1), u32(0), u32(1), u32(1);         // start, one final state with arc 0
+    u32(1), u32(0), u32(0), u32(0), u32(bits);      // the arc: epsilon, no output, to 0
+    u32(1), u32(1), bytes += '\0';                  // the empty string
+    return bytes;
+  };
+  EXPECT_TRUE(refused(loop_model(-1.0f), "epsilon cycle of negative weight through state 0"));
+  EXPECT_TRUE(refused(loop_model(std::nanf("")), "not a number"));
+  std::string const zero = loop_model(0.0f);
+  t2s_model* zero_loop = t2s_model_from_memory(zero.data(), zero.size(), error, sizeof error);
+  ASSERT_NE(zero_loop, nullptr) << error;
+  EXPECT_EQ(Decode(zero_loop, ""), "");
+  t2s_model_free(zero_loop);
+}
+
+// Blanks between words: read as one blank byte of a token, or skipped; the path that writes
+// fewest outputs inside a word wins, then the lowest weight.
+TEST(ModelRuntime, WordBoundaries) {
+  t2s_model* model = Build(WriteTempFile("b.gram", "public <s> = <n>+; <n> = ab:X | cde:Y | abc:Z | de:W;"),
+                           WriteTempFile("b.model", ""));
+  ASSERT_NE(model, nullptr);
+  EXPECT_EQ(Decode(model, "ab cde"), "X|Y");
+  EXPECT_EQ(Decode(model, "abc de"), "Z|W");
+  EXPECT_EQ(Decode(model, " \tab   cde \r\n"), "X|Y");
+  EXPECT_EQ(Decode(model, "abcde ab"), Decode(model, "abcde") + "|X");
+  t2s_model_free(model);
+
+  model = Build(WriteTempFile("q.gram", "public <c> = \"new york:New York\" | \"la:Los Angeles\";"),
+                WriteTempFile("q.model", ""));
+  ASSERT_NE(model, nullptr);
+  EXPECT_EQ(Decode(model, "new york"), "New York");
+  EXPECT_EQ(Decode(model, "new \t york"), "New York");
+  EXPECT_EQ(Decode(model, "la"), "Los Angeles");
+  EXPECT_EQ(Decode(model, "newyork"), "no match");
+  // Fed in pieces, a word split across calls is still one word.
+  t2s_decoder* d = t2s_decoder_new(model);
+  EXPECT_TRUE(t2s_decoder_feed(d, "ne", 2) && t2s_decoder_feed(d, "w y", 3));
+  EXPECT_FALSE(t2s_decoder_accepts(d));
+  EXPECT_TRUE(t2s_decoder_feed(d, "ork", 3));
+  EXPECT_TRUE(t2s_decoder_accepts(d));
+  EXPECT_FALSE(t2s_decoder_feed(d, "x", 1));
+  t2s_decoder_free(d);
+  t2s_model_free(model);
+}
+
+// Grammars of multi-word quoted tokens with blanks inside the written sides: the compiled
+// machine survives its text dump, and the model maps each phrase, typed with any blanks between
+// its words, to its written form.
+TEST(ModelEndToEnd, MultiWordTokensProperty) {
+  std::mt19937 rng(11);
+  char const blanks[] = {' ', '\t', '\v', '\f'};
+  for (int round = 0; round < 12; ++round) {
+    // Three-letter words, so no phrase is another with its blanks skipped.
+    auto word = [&rng]() {
+      std::string w;
+      for (int i = 0; i < 3; ++i) w += char('a' + rng() % 6);
+      return w;
+    };
+    std::map<std::vector<std::string>, std::string> phrases;
+    std::string grammar = "public <p> = ";
+    for (int i = 0, n = 2 + int(rng() % 6); i < n; ++i) {
+      std::vector<std::string> words(1 + rng() % 3);
+      for (std::string& w : words) w = word();
+      if (phrases.count(words)) continue;
+      std::string written = "W" + std::to_string(i);
+      for (int k = int(rng() % 3); k > 0; --k) written += blanks[rng() % 4] + std::string("w");
+      phrases[words] = written;
+      std::string spoken;
+      for (std::string const& w : words) spoken += (spoken.empty() ? "" : " ") + w;
+      grammar += std::string(i ? " | " : "") + "\"" + spoken + ":" + written + "\"";
+    }
+    grammar += ";\n";
+    FSTGeneric m;
+    std::string errors;
+    ASSERT_TRUE(FSTJsgfParseString(m, errors, grammar.c_str(), false, false, false, false, false))
+        << errors;
+    m = FSTBasic(FSTOptimizeA(m, 1, 0.001f));
+    std::ostringstream text;
+    m->dump_ascii(text, true);
+    std::istringstream in(text.str());
+    EXPECT_EQ(Describe(FSTLoadStream(in)), Describe(m)) << text.str();
+
+    t2s_model* model = Build(WriteTempFile("p.gram", grammar), WriteTempFile("p.model", ""));
+    ASSERT_NE(model, nullptr);
+    for (auto const& [words, written] : phrases) {
+      std::string typed;
+      for (std::string const& w : words)
+        typed += (typed.empty() ? "" : std::string(1 + rng() % 3, rng() % 2 ? ' ' : '\t')) + w;
+      EXPECT_EQ(Decode(model, typed), written) << grammar << typed;
+    }
+    t2s_model_free(model);
+  }
 }
 
 }  // namespace

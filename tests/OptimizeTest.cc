@@ -187,6 +187,12 @@ TEST(Optimize, PipelinesKeepTheLanguage) {
           SameLanguage(FSTMinPlus, Scale(FSTMinPlus, Enumerate(result, bound), V[0]), want, 2e-3f))
           << c.name << "\n"
           << Describe(m) << Describe(result);
+      // Delta 0 compares weights exactly, and ends wherever delta 0.001 does.
+      FSTGeneric exact = c.run(m, 1, 0.0f);
+      EXPECT_TRUE(
+          SameLanguage(FSTMinPlus, Scale(FSTMinPlus, Enumerate(exact, bound), V[0]), want, 2e-3f))
+          << c.name << " delta 0\n"
+          << Describe(m) << Describe(exact);
       // Deterministic, and no larger than the determinized input.
       for (int p : result->states()) {
         std::set<std::pair<int, int>> seen;

@@ -23,17 +23,20 @@ FSTGeneric Read(std::string const& text) {
   return FSTLoadStream(is);
 }
 
-// Random machine over a small named alphabet, weights exact in six digits.
+// Random machine over a small named alphabet (labels with white space, backslashes and a lone
+// comma among them), weights exact in six digits.
 FSTGeneric RandomNamedMachine(std::mt19937& rng, FSTSemiringBase const* s) {
-  char const* names[] = {"a", "b", "one:1", "x-y", "é", "#"};
+  char const* names[] = {"a", "b", "one:1", "x-y", "é", "#", "new york:New York", "\\s\t\\",
+                         ",", "\v \f\r\n", ",,"};
+  int const n_names = int(sizeof names / sizeof *names);
   FSTGeneric m = FSTBasic(s);
-  std::uniform_int_distribution<int> state(0, 5), label(0, 6), weight(-8, 8);
+  std::uniform_int_distribution<int> state(0, 5), label(0, n_names), weight(-8, 8);
   m->add_states(1 + int(rng() % 6));
   int n = m->states().size();
   for (int i = int(rng() % 14); i > 0; --i) {
     int in = label(rng), out = label(rng);
-    m->add_arc(state(rng) % n, state(rng) % n, in == 6 ? 0 : FSTstring_map[names[in]],
-               out == 6 ? 0 : FSTstring_map[names[out]],
+    m->add_arc(state(rng) % n, state(rng) % n, in == n_names ? 0 : FSTstring_map[names[in]],
+               out == n_names ? 0 : FSTstring_map[names[out]],
                rng() % 3 ? s->one : float(weight(rng)) * 0.25f);
   }
   if (rng() % 4) m->set_initial(state(rng) % n);
@@ -57,6 +60,11 @@ TEST(TextFormat, RoundTripIsTheIdentity) {
       EXPECT_EQ(Describe(back), Describe(m)) << text;
       EXPECT_EQ(Text(back), text);
     }
+  // Labels without white space or backslash are written as they are; the others escaped.
+  FSTGeneric m = FSTBasic(FSTMinPlus);
+  m->add_arc(0, 1, FSTstring_map["new york"], FSTstring_map[","], 0);
+  m->add_arc(0, 1, FSTstring_map["a\\b\tc"], FSTstring_map["x:y"], 0);
+  EXPECT_EQ(Text(m, false), "T 0 1 new\\syork \\,\nT 0 1 a\\\\b\\tc x:y\n");
 }
 
 TEST(TextFormat, WriterOmitsDefaults) {

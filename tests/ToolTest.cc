@@ -114,7 +114,7 @@ TEST(Tool, InfoReportsStructure) {
 TEST(Tool, AttRoundTripIsTheIdentity) {
   std::string file = WriteTempFile("att.fst",
                                    "#FSTBasic MinPlus\nI 2\nT 0 1 one 1 0.123456791\nT 1 2 , x\n"
-                                   "F 0 0.5\nT 2 0 two , -3\nT 2 2 a b\nF 1\n");
+                                   "F 0 0.5\nT 2 0 two , -3\nT 2 2 a b\nT 2 1 new\\syork \\,\nF 1\n");
   std::string att = WriteTempFile("m.att", ""), syms = WriteTempFile("m.syms", "");
   CommandResult r =
       RunCommand(tool + " convert --to att --symbols " + syms + " " + file + " " + att);
