@@ -1,5 +1,6 @@
 // Compiles a JSGF grammar into a machine.
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <iostream>
 
@@ -10,6 +11,7 @@ bool CompileGrammar(char const* command, Arguments const& args, std::string cons
                     FSTJsgfOptions options, FSTGeneric& result) {
   options.allow_undefined = args.has("--allow-undefined");
   options.search_path = args.values("-I");
+  if (args.has("--max-states")) FSTRtnSetMaxStates(std::atoi(args.value("--max-states").c_str()));
   std::string messages;
   bool ok = FSTJsgfCompileFile(result, messages, grammar, options);
   std::cerr << messages;
@@ -21,7 +23,7 @@ int RunCompileGrammar(int argc, char** argv) {
   Arguments args(argc, argv,
                  {"--drop-tags", "--no-output", "--mark-rules", "--pauses", "--allow-undefined",
                   "--no-optimize"},
-                 {"-o", "--format", "-I"});
+                 {"-o", "--format", "-I", "--max-states"});
   std::string format = args.value("--format", "text");
   if (!args.ok || args.positional.size() != 1 ||
       (format != "text" && format != "att" && format != "dot"))

@@ -16,11 +16,29 @@ struct Properties {
   bool trim = true;
 };
 
+// Arcs as compressed rows: the targets of state s are to[first[s]] .. to[first[s + 1]].
+struct Rows {
+  std::vector<int> first, to;
+  int const* begin(int s) const { return to.data() + first[size_t(s)]; }
+  int const* end(int s) const { return to.data() + first[size_t(s) + 1]; }
+};
+
+Rows Reversed(Rows const& rows, int n) {
+  Rows back{std::vector<int>(size_t(n) + 1, 0), std::vector<int>(rows.to.size())};
+  for (int t : rows.to) ++back.first[size_t(t) + 1];
+  for (int s = 0; s < n; ++s) back.first[size_t(s) + 1] += back.first[size_t(s)];
+  std::vector<int> fill(back.first.begin(), back.first.end() - 1);
+  for (int s = 0; s < n; ++s)
+    for (int const* t = rows.begin(s); t != rows.end(s); ++t) back.to[size_t(fill[size_t(*t)]++)] = s;
+  return back;
+}
+
 Properties Measure(FSTGeneric const& m) {
   Properties p;
   m->force();
   p.states = m->states().size();
-  std::vector<std::vector<int>> next(size_t(p.states)), previous(size_t(p.states));
+  // A few bytes per state and arc beyond the machine itself: info works on large machines.
+  Rows next{std::vector<int>(size_t(p.states) + 1, 0), {}};
   for (int s = 0; s < p.states; ++s) {
     p.finals += m->is_final(s);
     fst::set<int> inputs;
@@ -30,24 +48,24 @@ Properties Measure(FSTGeneric const& m) {
       p.input_epsilons += a->input == 0;
       p.output_epsilons += a->output == 0;
       if (a->input == 0 || !inputs.insert(a->input).second) p.deterministic = false;
-      next[size_t(s)].push_back(a->to);
-      previous[size_t(a->to)].push_back(s);
+      next.to.push_back(a->to);
     }
+    next.first[size_t(s) + 1] = int(next.to.size());
   }
   // Cycles: iterative depth-first search with on-stack marks.
   std::vector<char> mark(size_t(p.states), 0);  // 0 new, 1 on stack, 2 done
   for (int root = 0; root < p.states && p.acyclic; ++root) {
     if (mark[size_t(root)]) continue;
-    std::vector<std::pair<int, size_t>> stack{{root, 0}};
+    std::vector<std::pair<int, int const*>> stack{{root, next.begin(root)}};
     mark[size_t(root)] = 1;
     while (!stack.empty() && p.acyclic) {
       auto& [s, i] = stack.back();
-      if (i < next[size_t(s)].size()) {
-        int t = next[size_t(s)][i++];
+      if (i != next.end(s)) {
+        int t = *i++;
         if (mark[size_t(t)] == 1) p.acyclic = false;
         if (mark[size_t(t)] == 0) {
           mark[size_t(t)] = 1;
-          stack.push_back({t, 0});
+          stack.push_back({t, next.begin(t)});
         }
       } else {
         mark[size_t(s)] = 2;
@@ -56,14 +74,14 @@ Properties Measure(FSTGeneric const& m) {
     }
   }
   // Trim: every state reachable from the initial state and reaching a final state.
-  auto reach = [&](std::vector<int> from, std::vector<std::vector<int>> const& edges) {
+  auto reach = [&](std::vector<int> from, Rows const& edges) {
     std::vector<char> seen(size_t(p.states), 0);
     for (int s : from) seen[size_t(s)] = 1;
     while (!from.empty()) {
       int s = from.back();
       from.pop_back();
-      for (int t : edges[size_t(s)])
-        if (!seen[size_t(t)]) seen[size_t(t)] = 1, from.push_back(t);
+      for (int const* t = edges.begin(s); t != edges.end(s); ++t)
+        if (!seen[size_t(*t)]) seen[size_t(*t)] = 1, from.push_back(*t);
     }
     return seen;
   };
@@ -71,7 +89,8 @@ Properties Measure(FSTGeneric const& m) {
   if (m->initial() >= 0) start.push_back(m->initial());
   for (int s = 0; s < p.states; ++s)
     if (m->is_final(s)) finals.push_back(s);
-  std::vector<char> accessible = reach(start, next), coaccessible = reach(finals, previous);
+  std::vector<char> accessible = reach(start, next);
+  std::vector<char> coaccessible = reach(finals, Reversed(next, p.states));
   for (int s = 0; s < p.states; ++s)
     if (!accessible[size_t(s)] || !coaccessible[size_t(s)]) p.trim = false;
   return p;

@@ -7,15 +7,17 @@
 namespace {
 
 Command const commands[] = {
-    {"make-model", "GRAMMAR MODEL",
-     "compile a JSGF grammar into a packed T2S model (what MakeT2sModel does)", RunMakeModel},
+    {"make-model", "[-I DIR]... [--allow-undefined] [--max-states N] GRAMMAR MODEL",
+     "compile a JSGF grammar (imports from its folder and each -I DIR) into a packed T2S model; "
+     "undefined rules and a grammar without a public rule fail",
+     RunMakeModel},
     {"apply", "[--rewrite] [--sep S] MODEL [TEXT...]",
-     "the outputs of the best path for the words of each TEXT (or line of standard input), "
-     "blanks left out; --rewrite replaces the longest accepted runs of words in each line",
+     "one line of outputs for each TEXT (or line of standard input), empty where the model "
+     "does not accept it; --rewrite replaces the longest accepted runs of words in each line",
      RunApply},
     {"compile-grammar",
-     "GRAMMAR [-o OUT] [--format text|att|dot] [--drop-tags] [--no-output] [--mark-rules] "
-     "[--pauses] [--allow-undefined] [--no-optimize]",
+     "GRAMMAR [-o OUT] [--format text|att|dot] [-I DIR]... [--max-states N] [--drop-tags] "
+     "[--no-output] [--mark-rules] [--pauses] [--allow-undefined] [--no-optimize]",
      "compile a JSGF grammar (optimized as the model builder does, unless --no-optimize)",
      RunCompileGrammar},
     {"print", "[--no-header] [IN]", "write a machine in the text format", RunPrint},

@@ -1,5 +1,7 @@
 #include "FSTBasic.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
@@ -285,6 +287,13 @@ int FSTBasicRep::add_states(int n) {
   FST_ASSERT(n >= 0);
   if (n == 0) return -1;
   int first = _n_states;
+  // A count that cannot fit in memory stops here with a message, before the system is asked
+  // for it (a one-line text file can name state 2147483646).
+  size_t const state_bytes = sizeof(_State*) + _state_units * FSTAllocator::unit_bytes;
+  static size_t const memory_bytes = size_t(sysconf(_SC_PHYS_PAGES)) * size_t(sysconf(_SC_PAGESIZE));
+  if (size_t(n) > memory_bytes / state_bytes)
+    FSTFatal("FSTBasicRep::add_states: %d states need %zu MB, more than this machine's %zu MB", n,
+             size_t(n) * state_bytes >> 20, memory_bytes >> 20);
   // Geometric growth: copying a lazy machine adds states one or two at a time.
   size_t needed = size_t(_n_states) + size_t(n);
   if (_states.capacity() < needed) _states.reserve(std::max(needed, 2 * _states.capacity()));

@@ -4,6 +4,10 @@
 
 #include "FSTStringMap.h"
 
+namespace {
+int rtn_max_states = FSTRtnRep::default_max_states;
+}  // namespace
+
 FSTRtnRep::FSTRtnRep(FSTGeneric const& top, fst::vector<std::string> const& nonterminals,
                      fst::vector<FSTGeneric> const& nonterminal_fsts, bool mark_rules)
     : _top(top), _names(nonterminals), _fsts(nonterminal_fsts), _mark_rules(mark_rules) {
@@ -117,6 +121,14 @@ FSTArcIter FSTRtnRep::arcs_out(int p, FSTArcOrder order) const {
       _warned_depth = true;
       continue;
     }
+    if (_n_states >= rtn_max_states) {
+      if (!_warned_size)
+        FSTWarn("FSTRtn: the network has %d states; calls beyond are not expanded (the grammar's "
+                "recursion is not regular: raise the limit to expand more)",
+                rtn_max_states);
+      _warned_size = true;
+      continue;
+    }
     next.back().state = a->to;
     next.push_back({r, entry});
     list.add(0, _mark_rules ? a->input : 0, a->weight, _find_or_add_state(std::move(next)), p);
@@ -169,6 +181,12 @@ FSTGeneric FSTRtnRep::reload(bool& changed) {
   }
   reset();
   return FSTGeneric(this);
+}
+
+int FSTRtnSetMaxStates(int max_states) {
+  int previous = rtn_max_states;
+  rtn_max_states = max_states < 1 ? 1 : max_states;
+  return previous;
 }
 
 FSTGeneric FSTRtn(FSTGeneric const& top, fst::vector<std::string> const& nonterminals,

@@ -8,6 +8,8 @@
 // keeps the machine finite and the language exact. Any other nesting is cut at max_depth calls:
 // left recursion and recursion in the middle of a rule, whose languages need not be regular,
 // are expanded to that depth (left recursion is warned about when the network is built).
+// Such nesting can grow exponentially with the depth, so calls are also cut once the network has
+// max_states states (process-wide, FSTRtnSetMaxStates); each cut is warned about once.
 //
 // mark_rules: the output brackets each rule's words with the rule's name and "</name>" (and
 // tail calls, which would skip the closing label, are then ordinary calls).
@@ -34,6 +36,7 @@ class FSTRtnRep : public FSTLazyRep<fst::vector<FSTRtnStackItem>> {
   using _StackItem = FSTRtnStackItem;
   using _Stack = fst::vector<_StackItem>;
   static constexpr int max_depth = 16;
+  static constexpr int default_max_states = 200000;
 
   FSTRtnRep(FSTGeneric const& top, fst::vector<std::string> const& nonterminals,
             fst::vector<FSTGeneric> const& nonterminal_fsts, bool mark_rules);
@@ -70,9 +73,14 @@ class FSTRtnRep : public FSTLazyRep<fst::vector<FSTRtnStackItem>> {
   fst::vector<int> _close_labels;  // "</name>" per rule, when marking
   bool _mark_rules;
   mutable bool _warned_depth = false;
+  mutable bool _warned_size = false;
   fst::set<int> _input_alphabet;
   fst::set<int> _output_alphabet;
 };
+
+// The state count past which networks expand no more calls (at least 1; default
+// FSTRtnRep::default_max_states). Returns the previous value.
+int FSTRtnSetMaxStates(int max_states);
 
 FSTGeneric FSTRtn(FSTGeneric const& top, fst::vector<std::string> const& nonterminals,
                   fst::vector<FSTGeneric> const& nonterminal_fsts, bool mark_rules);

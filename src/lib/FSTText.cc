@@ -1,6 +1,9 @@
 // The "#FSTBasic" text format (a generic writer and the reader that builds a mutable machine)
 // and the Graphviz dot writer.
 #include <cctype>
+#include <cerrno>
+#include <climits>
+#include <new>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -133,17 +136,32 @@ float header_float(char const* header, char const* keyword, char const* format, 
 // Reads "T from to [input [output [weight]]]" as sscanf's "T %d %d %1023s %1023s %f" would
 // (a longer label is cut after 1023 bytes and its rest read as the next field), without the
 // cost of interpreting a format for every line. Returns the number of fields read.
+// Reads a state number after blanks. Numbers that do not fit, and INT_MAX (whose state count
+// would not), are refused like a missing number rather than wrapped.
+bool read_state(char const*& c, int& p) {
+  char* end;
+  errno = 0;
+  long long value = std::strtoll(c, &end, 10);
+  if (end == c || errno == ERANGE || value < INT_MIN || value >= INT_MAX) return false;
+  p = int(value);
+  c = end;
+  return true;
+}
+
+// A weight after blanks, if there is one.
+bool read_weight(char const* c, float& w) {
+  char* end;
+  float value = std::strtof(c, &end);
+  if (end == c) return false;
+  w = value;
+  return true;
+}
+
 int parse_arc_line(char const* text, int& p, int& q, char* input, char* output, float& w) {
   char const* c = text + 1;
   char* end;
-  long value = std::strtol(c, &end, 10);
-  if (end == c) return 0;
-  p = int(value);
-  c = end;
-  value = std::strtol(c, &end, 10);
-  if (end == c) return 1;
-  q = int(value);
-  c = end;
+  if (!read_state(c, p)) return 0;
+  if (!read_state(c, q)) return 1;
   auto token = [&c](char* to) {
     while (std::isspace(static_cast<unsigned char>(*c))) ++c;
     int n = 0;
@@ -153,10 +171,8 @@ int parse_arc_line(char const* text, int& p, int& q, char* input, char* output, 
   };
   if (!token(input)) return 2;
   if (!token(output)) return 3;
-  float f = std::strtof(c, &end);
-  if (end == c) return 4;
-  w = f;
-  return 5;
+  (void)end;
+  return read_weight(c, w) ? 5 : 4;
 }
 
 // The id of a label field: "," is epsilon, escapes give back the label's own bytes.
@@ -181,14 +197,19 @@ FSTBasicRep::FSTBasicRep(std::istream& is, char const* header) {
 
   std::string line;
   char input[1024], output[1024];
+  int line_number = 0;
+  // A machine too large for memory ends with a message, never with an exception.
+  try {
   while (std::getline(is, line)) {
+    ++line_number;
     if (line.compare(0, 8, "FSTBasic") == 0) continue;
     char const* text = line.c_str();
-    int p, q;
-    float w;
+    char const* c = text + 1;
+    int p = 0, q = 0;
+    float w = 0;
     switch (text[0]) {
       case 'I': {
-        if (std::sscanf(text, "I %d", &p) != 1) FSTFatal("file: usage: I <state>");
+        if (!read_state(c, p)) FSTFatal("file: usage: I <state>");
         grow_to(p);
         if (_initial >= 0 && _initial != p)
           FSTWarn("file: changing initial state from %d to %d (only one allowed)", _initial, p);
@@ -196,14 +217,13 @@ FSTBasicRep::FSTBasicRep(std::istream& is, char const* header) {
         break;
       }
       case 'F': {
-        int n = std::sscanf(text, "F %d %f", &p, &w);
-        if (n < 1) FSTFatal("usage: F <state>");
+        if (!read_state(c, p)) FSTFatal("usage: F <state>");
         grow_to(p);
-        set_final(p, transform(n >= 2 ? w : one));
+        set_final(p, transform(read_weight(c, w) ? w : one));
         break;
       }
       case 'P': {
-        if (std::sscanf(text, "P %d %f", &p, &w) != 2) FSTFatal("usage: P <state>");
+        if (!read_state(c, p) || !read_weight(c, w)) FSTFatal("usage: P <state>");
         grow_to(p);
         set_potential(p, transform(w));
         break;
@@ -224,6 +244,10 @@ FSTBasicRep::FSTBasicRep(std::istream& is, char const* header) {
       default:
         break;
     }
+  }
+  } catch (std::bad_alloc const&) {
+    FSTFatal("FSTBasicRep: out of memory reading a text machine at line %d (%d states)",
+             line_number, _n_states);
   }
 }
 
