@@ -216,6 +216,22 @@ TEST(Jsgf, RecursionDefinitionsAndErrors) {
   EXPECT_NE(warnings.find("WARNING: FSTRtn: calls nested deeper than 16 are not expanded\n"),
             std::string::npos);
 
+  // Recursion that is not regular grows exponentially with the depth: the state budget cuts
+  // it, with a warning, and the expansion up to the budget is kept.
+  int const old_budget = FSTRtnSetMaxStates(500);
+  testing::internal::CaptureStderr();
+  Compiled wide = Compile("public <s> = x <s> <s> <s> y | z ;");
+  FSTGeneric wide_copy = wide.ok ? FSTBasic(wide.machine) : FSTGeneric();
+  warnings = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(FSTRtnSetMaxStates(old_budget), 500);
+  ASSERT_TRUE(wide.ok);
+  EXPECT_LT(wide_copy->states().size(), 4 * 500);  // past it, only arcs and returns
+  EXPECT_TRUE(Inputs(wide.machine, 5).count("x z z z y"));
+  EXPECT_NE(warnings.find("WARNING: FSTRtn: the network has 500 states; calls beyond are not "
+                          "expanded"),
+            std::string::npos)
+      << warnings;
+
   // Rules nested deeper than the network's stack bound lose nothing when none is recursive.
   std::string nested;
   for (int i = 0; i < 20; ++i)
@@ -243,6 +259,9 @@ TEST(Jsgf, RecursionDefinitionsAndErrors) {
   Compiled undefined = Compile("public <a> = x <nope>;");
   EXPECT_FALSE(undefined.ok);
   EXPECT_EQ(undefined.errors, "warning: rule <a> refers to undefined rule <nope>, line 1\n");
+  // Reported at the line of the reference, not where parsing ended.
+  EXPECT_EQ(Compile("public <a> = x\n  <nope>;\n<b> = y;\n").errors,
+            "warning: rule <a> refers to undefined rule <nope>, line 2\n");
   Compiled tolerated = Compile("public <a> = x <nope>;", false, false, false, false, true);
   EXPECT_EQ(Inputs(tolerated.machine), (std::set<std::string>{"x <nope>"}));
   EXPECT_EXIT(FSTJsgfParseFile(m, "/nonexistent.gram", false, false, false, false, false),

@@ -165,6 +165,17 @@ TEST(TextFormatDeathTest, MalformedRecordsAreFatal) {
   EXPECT_EXIT(Read("P 3\n"), abort, "^FATAL: usage: P <state>\n");
   EXPECT_EXIT(Read("T 0\n"), abort,
               "^FATAL: file: usage: T <from> <to> \\[<input> \\[<output> \\[<weight>\\]\\]\\]\n");
+  // Numbers beyond int were wrapped (T 4294967297 read as T 1) or overflowed the state count.
+  std::string const usage_t = "^FATAL: file: usage: T <from> <to> \\[<input> \\[<output> \\[<weight>\\]\\]\\]\n";
+  EXPECT_EXIT(Read("T 4294967297 0 a\n"), abort, usage_t);
+  EXPECT_EXIT(Read("T 0 2147483647\n"), abort, usage_t);
+  EXPECT_EXIT(Read("I 4294967296\n"), abort, "^FATAL: file: usage: I <state>\n");
+  EXPECT_EXIT(Read("F 99999999999 1\n"), abort, "^FATAL: usage: F <state>\n");
+  EXPECT_EXIT(Read("P -9999999999 1\n"), abort, "^FATAL: usage: P <state>\n");
+  // A count this machine cannot hold ends with a message, not an exception or the OOM killer.
+  EXPECT_EXIT(Read("T 0 2147483646\n"), abort,
+              "^FATAL: FSTBasicRep::add_states: 2147483647 states need [0-9]+ MB, more than this "
+              "machine's [0-9]+ MB\n");
   EXPECT_EXIT(Read("T 0 -1 a\n"), abort, "Assertion `q >= 0' failed");
   EXPECT_EXIT(Read("I -2\n"), abort, "Assertion `p >= 0' failed");
   EXPECT_EXIT(Read("#FSTFoo bar\n"), abort, "^FATAL: don't understand header type FSTFoo\n");

@@ -48,10 +48,13 @@ std::string Arguments::value(std::string const& option, std::string const& fallb
 
 FSTGeneric LoadInput(char const* command, std::string const& path) {
   if (!path.empty() && path != "-") {
-    std::ifstream probe(path);
-    if (!probe) {
-      std::fprintf(stderr, "t2sfst %s: cannot read %s: %s\n", command, path.c_str(),
-                   std::strerror(errno));
+    struct stat info;
+    char const* problem = nullptr;
+    if (stat(path.c_str(), &info) != 0) problem = std::strerror(errno);
+    else if (S_ISDIR(info.st_mode)) problem = "it is a directory";
+    else if (!std::ifstream(path)) problem = std::strerror(errno);
+    if (problem) {
+      std::fprintf(stderr, "t2sfst %s: cannot read %s: %s\n", command, path.c_str(), problem);
       return FSTGeneric();
     }
   }

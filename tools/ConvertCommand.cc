@@ -138,24 +138,27 @@ int RunConvert(int argc, char** argv) {
     return UsageError("convert", "give --to att or --from att, then [IN [OUT]]");
   std::string in = args.positional.size() > 0 ? args.positional[0] : "";
   std::string out = args.positional.size() > 1 ? args.positional[1] : "";
-  if (!CanWrite("convert", out)) return 1;
-  std::ofstream out_file;
-  if (!out.empty() && out != "-") out_file.open(out);
-  std::ostream& os = out_file.is_open() ? out_file : std::cout;
-
+  FSTSemiringBase const* semiring = SemiringNamed(args.value("--semiring", "MinPlus"));
+  if (!semiring) return UsageError("convert", "unknown semiring");
+  OutputFile output("convert", out);
+  if (!output.ok()) return 1;
+  int status;
   if (to_att) {
     FSTGeneric m = LoadInput("convert", in);
     if (!m) return 1;
-    return WriteAtt(m, os, args.value("--symbols"));
+    status = WriteAtt(m, output.stream(), args.value("--symbols"));
+  } else if (in.empty() || in == "-") {
+    status = ReadAtt(std::cin, output.stream(), args.value("--symbols"), args.has("--acceptor"),
+                     semiring);
+  } else {
+    std::ifstream in_file(in);
+    if (!in_file) {
+      std::fprintf(stderr, "t2sfst convert: cannot read %s\n", in.c_str());
+      return 1;
+    }
+    status = ReadAtt(in_file, output.stream(), args.value("--symbols"), args.has("--acceptor"),
+                     semiring);
   }
-  FSTSemiringBase const* semiring = SemiringNamed(args.value("--semiring", "MinPlus"));
-  if (!semiring) return UsageError("convert", "unknown semiring");
-  if (in.empty() || in == "-")
-    return ReadAtt(std::cin, os, args.value("--symbols"), args.has("--acceptor"), semiring);
-  std::ifstream in_file(in);
-  if (!in_file) {
-    std::fprintf(stderr, "t2sfst convert: cannot read %s\n", in.c_str());
-    return 1;
-  }
-  return ReadAtt(in_file, os, args.value("--symbols"), args.has("--acceptor"), semiring);
+  if (status != 0) return status;
+  return output.commit() ? 0 : 1;
 }
