@@ -4,7 +4,10 @@ ASAN_BUILD ?= build-asan
 JOBS ?= $(shell nproc)
 CMAKE_FLAGS ?=
 
-.PHONY: all setup build build-asan run test test-release test-asan bench install format clean
+FUZZ_BUILD ?= build-fuzz
+FUZZ_SECONDS ?= 60
+
+.PHONY: all setup build build-asan run test test-release test-asan bench install format clean fuzz
 
 all: build
 
@@ -34,6 +37,22 @@ test-asan: build-asan
 	cd $(ASAN_BUILD) && ASAN_OPTIONS=abort_on_error=0:detect_leaks=1 \
 	  UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 ctest --output-on-failure -j $(JOBS)
 
+# Each fuzz target (clang, libFuzzer, ASan + UBSan) for FUZZ_SECONDS, starting from the checked-in
+# corpus; new inputs go to build-fuzz/corpus, findings to build-fuzz/findings.
+fuzz:
+	@T2SFST_NEED_CLANG=1 scripts/setup.sh
+	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
+	  -DT2SFST_FUZZ=ON -DT2SFST_SANITIZE=ON -DT2SFST_TESTS=OFF -DT2SFST_BENCHMARKS=OFF
+	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target fuzz_model fuzz_text fuzz_jsgf
+	@for t in model text jsgf; do \
+	  mkdir -p $(FUZZ_BUILD)/corpus/$$t $(FUZZ_BUILD)/findings/$$t; \
+	  echo "== fuzz_$$t for $(FUZZ_SECONDS) s"; \
+	  ASAN_OPTIONS=detect_leaks=0 $(FUZZ_BUILD)/fuzz/fuzz_$$t -max_total_time=$(FUZZ_SECONDS) \
+	    -rss_limit_mb=2048 -timeout=10 -max_len=4096 -close_fd_mask=2 -print_final_stats=1 \
+	    -artifact_prefix=$(FUZZ_BUILD)/findings/$$t/ $(FUZZ_BUILD)/corpus/$$t fuzz/corpus/$$t \
+	    || exit 1; \
+	done
+
 bench: build
 	$(BUILD)/bench/t2sfst_bench
 
@@ -44,4 +63,4 @@ format:
 	clang-format -i $$(git ls-files '*.h' '*.cc')
 
 clean:
-	rm -rf $(BUILD) $(ASAN_BUILD)
+	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)

@@ -3,6 +3,8 @@
 set -euo pipefail
 
 packages=(cmake g++ make flex libfl-dev bison libgtest-dev libbenchmark-dev pkg-config)
+# make fuzz also needs clang, whose runtime carries libFuzzer.
+[[ -n "${T2SFST_NEED_CLANG:-}" ]] && packages+=(clang)
 missing=()
 for p in "${packages[@]}"; do
   status=$(dpkg-query -W -f='${Status}' "$p" 2>/dev/null || true)

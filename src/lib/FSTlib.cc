@@ -6,12 +6,29 @@
 #include <cstdio>
 #include <cstdlib>
 
+namespace {
+
+FSTStopHandler stop_handler = nullptr;
+
+[[noreturn]] void stop() {
+  if (stop_handler) stop_handler();
+  std::abort();
+}
+
+}  // namespace
+
+FSTStopHandler FSTSetStopHandler(FSTStopHandler handler) {
+  FSTStopHandler previous = stop_handler;
+  stop_handler = handler;
+  return previous;
+}
+
 void FSTFatal(char const* fmt, va_list args) {
   std::fputs("FATAL: ", stderr);
   std::vfprintf(stderr, fmt, args);
   std::fputc('\n', stderr);
   std::fflush(stderr);
-  std::abort();
+  stop();
 }
 
 void FSTFatal(char const* fmt, ...) {
@@ -44,5 +61,5 @@ void FSTAssertFail(char const* expression, char const* file, unsigned line, char
   std::fprintf(stderr, "%s: %s:%u: %s: Assertion `%s' failed.\n", program_invocation_short_name,
                file, line, function, expression);
   std::fflush(stderr);
-  std::abort();
+  stop();
 }

@@ -12,6 +12,12 @@
 void FSTWarn(char const* fmt, ...) __attribute__((format(printf, 1, 2)));
 void FSTWarn(char const* fmt, va_list args);
 
+// What a fatal error or a failed check does after its message: abort() by default. A test or
+// fuzzing harness may install a handler that unwinds to its own frame (it must not return);
+// null restores abort(). Returns the previous handler.
+using FSTStopHandler = void (*)();
+FSTStopHandler FSTSetStopHandler(FSTStopHandler handler);
+
 // Modification time of a file in whole seconds since the epoch, or 0 when it cannot be read.
 long file_mtime(char const* path);
 

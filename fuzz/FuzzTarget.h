@@ -1,0 +1,34 @@
+// What the fuzz targets share. A reader may stop with its specified fatal message or a named
+// failed check: under fuzzing that is an expected outcome, not a finding, so the library's stop
+// handler unwinds back to the target instead of aborting. Everything else (a signal, a
+// sanitizer report, a hang, gigabytes from a small input) is a finding.
+#ifndef T2SFST_FUZZ_FUZZTARGET_H
+#define T2SFST_FUZZ_FUZZTARGET_H
+
+#include <cstddef>
+#include <cstdint>
+
+extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size);
+
+// Runs body; a fatal stop inside it returns false (the message was printed already).
+template <class Body>
+bool RunStoppable(Body body);
+
+namespace fuzz_detail {
+struct Stopped {};
+[[noreturn]] void ThrowStopped();
+void InstallStopHandler();
+}  // namespace fuzz_detail
+
+template <class Body>
+bool RunStoppable(Body body) {
+  fuzz_detail::InstallStopHandler();
+  try {
+    body();
+    return true;
+  } catch (fuzz_detail::Stopped const&) {
+    return false;
+  }
+}
+
+#endif
