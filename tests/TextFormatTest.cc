@@ -212,7 +212,7 @@ TEST(DotWriter, Format) {
   EXPECT_EQ(empty.str(), "digraph FST {\n\t-1 [label=\"\",peripheries=0];\n\t\t-1 -> 0;\n}\n");
 
   m->add_arc(0, 1, FSTstring_map["a"], 0, 0);
-  m->add_arc(1, 2, 0, FSTstring_map["say \"hi\""], 1.5f);
+  m->add_arc(1, 2, 0, FSTstring_map["say \"hi\"\n\\o/"], 1.5f);
   m->set_final(1, 0);
   m->set_final(2, 0.25f);
   std::ostringstream os;
@@ -224,7 +224,7 @@ TEST(DotWriter, Format) {
             "\t\t-1 -> 0;\n"
             "\t\t0 -> 1 [label=\"a:@\"];\n"
             "\t1 [peripheries=2];\n"
-            "\t\t1 -> 2 [label=\"@:say \\\"hi\\\"/1.5\"];\n"
+            "\t\t1 -> 2 [label=\"@:say \\\"hi\\\"\\n\\\\o//1.5\"];\n"
             "\t2 [label=\"2/0.25\",peripheries=2];\n"
             "}\n");
 }
