@@ -179,7 +179,8 @@ TEST(TextFormatDeathTest, MalformedRecordsAreFatal) {
   EXPECT_EXIT(Read("T 0 -1 a\n"), abort, "Assertion `q >= 0' failed");
   EXPECT_EXIT(Read("I -2\n"), abort, "Assertion `p >= 0' failed");
   EXPECT_EXIT(Read("#FSTFoo bar\n"), abort, "^FATAL: don't understand header type FSTFoo\n");
-  EXPECT_EXIT(Read("#FSTBinary\n"), abort, "FSTBinary format is not available");
+  EXPECT_EXIT(Read("#FSTBinary\n"), abort,
+              "^FATAL: FSTBinary file \\(stream\\): truncated in the leading field\n");
   EXPECT_EXIT(Read("#"), abort, "^FATAL: error reading from file \\(null\\) \\(no header\\?\\)\n");
 }
 

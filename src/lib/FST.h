@@ -4,6 +4,9 @@
 
 #include "FSTAllocator.h"
 #include "FSTBasic.h"
+#include "FSTBinary.h"
+#include "FSTCache.h"
+#include "FSTCacheLRU.h"
 #include "FSTClosure.h"
 #include "FSTConcatenate.h"
 #include "FSTDeterminize.h"
@@ -13,6 +16,7 @@
 #include "FSTLazy.h"
 #include "FSTLoad.h"
 #include "FSTMinimize.h"
+#include "FSTMmap.h"
 #include "FSTOptimize.h"
 #include "FSTPushWeights.h"
 #include "FSTRemoveEpsilons.h"

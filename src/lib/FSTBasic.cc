@@ -178,41 +178,19 @@ FSTArcIter FSTBasicRep::arcs_out(int p, FSTArcOrder o) const {
   return _iterate(state->arcs.data(), state->arcs.data() + state->arcs.size());
 }
 
-namespace {
-
-// The sub-range of a list sorted on one label field that mode m selects around label.
-template <class Field>
-std::pair<FSTArc* const*, FSTArc* const*> select_by_label(FSTArcVector const& arcs, int label,
-                                                          FSTArcMode m, Field field) {
-  FSTArc* const* begin = arcs.data();
-  FSTArc* const* end = begin + arcs.size();
-  auto below = [&](FSTArc const* arc, int l) { return field(arc) < l; };
-  auto above = [&](int l, FSTArc const* arc) { return l < field(arc); };
-  switch (m) {
-    case FSTArcModeEqual:
-      return {std::lower_bound(begin, end, label, below),
-              std::upper_bound(begin, end, label, above)};
-    case FSTArcModeLessEqual:
-      return {begin, std::upper_bound(begin, end, label, above)};
-    case FSTArcModeGreaterEqual:
-      return {std::lower_bound(begin, end, label, below), end};
-  }
-  return {nullptr, nullptr};
-}
-
-}  // namespace
-
 FSTArcIter FSTBasicRep::arcs_out_with_input(int p, int label, FSTArcMode m) const {
   _State* state = _state(p);
   _sort_arcs(FSTArcOrderInput);
-  auto range = select_by_label(state->arcs, label, m, [](FSTArc const* a) { return a->input; });
+  auto range = _select_sorted(state->arcs.data(), state->arcs.data() + state->arcs.size(), label,
+                              m, true);
   return _iterate(range.first, range.second);
 }
 
 FSTArcIter FSTBasicRep::arcs_out_with_output(int p, int label, FSTArcMode m) const {
   _State* state = _state(p);
   _sort_arcs(FSTArcOrderOutput);
-  auto range = select_by_label(state->arcs, label, m, [](FSTArc const* a) { return a->output; });
+  auto range = _select_sorted(state->arcs.data(), state->arcs.data() + state->arcs.size(), label,
+                              m, false);
   return _iterate(range.first, range.second);
 }
 

@@ -88,9 +88,6 @@ void FSTGenericInt::_unsupported(char const* operation) const {
   FSTFatal("%s::%s not supported", name.c_str(), operation);
 }
 
-void FSTGenericInt::_unavailable(char const* operation) const {
-  FSTFatal("%s::%s is not available in this build of t2sfst", name.c_str(), operation);
-}
 
 FSTStateRange FSTGenericInt::states() const { return FSTStateRange(0, &_n_states); }
 int FSTGenericInt::initial() const { return _initial; }
@@ -108,8 +105,6 @@ void FSTGenericInt::arcs_out(FSTArcVector& v, int p, FSTArcOrder o) const {
   for (FSTArc* arc : arcs) v.push_back(FSTNewArc(*arc));
 }
 
-void FSTGenericInt::dump_binary(std::ostream&) const { _unavailable("dump_binary"); }
-void FSTGenericInt::dump_mmap(char const*, FSTArcOrder) const { _unavailable("dump_mmap"); }
 
 FSTGeneric FSTGenericInt::reload(bool& changed) {
   if (_reload_mtime == 0) return FSTGeneric(this);
@@ -197,8 +192,31 @@ void FSTGenericInt::enable_reload(char const* file, long mtime) {
 }
 
 void FSTGenericInt::_sort_arcs(FSTArcVector& v, FSTArcOrder o) {
+  _sort_arcs(v.data(), v.data() + v.size(), o);
+}
+
+void FSTGenericInt::_sort_arcs(FSTArc** begin, FSTArc** end, FSTArcOrder o) {
   if (o == FSTArcOrderInput)
-    std::sort(v.begin(), v.end(), [](FSTArc* a, FSTArc* b) { return a->input < b->input; });
+    std::sort(begin, end, [](FSTArc* a, FSTArc* b) { return a->input < b->input; });
   else if (o == FSTArcOrderOutput)
-    std::sort(v.begin(), v.end(), [](FSTArc* a, FSTArc* b) { return a->output < b->output; });
+    std::sort(begin, end, [](FSTArc* a, FSTArc* b) { return a->output < b->output; });
+}
+
+std::pair<FSTArc* const*, FSTArc* const*> FSTGenericInt::_select_sorted(FSTArc* const* begin,
+                                                                        FSTArc* const* end,
+                                                                        int label, FSTArcMode m,
+                                                                        bool on_input) {
+  auto field = [on_input](FSTArc const* a) { return on_input ? a->input : a->output; };
+  auto below = [&](FSTArc const* arc, int l) { return field(arc) < l; };
+  auto above = [&](int l, FSTArc const* arc) { return l < field(arc); };
+  switch (m) {
+    case FSTArcModeEqual:
+      return {std::lower_bound(begin, end, label, below),
+              std::upper_bound(begin, end, label, above)};
+    case FSTArcModeLessEqual:
+      return {begin, std::upper_bound(begin, end, label, above)};
+    case FSTArcModeGreaterEqual:
+      return {std::lower_bound(begin, end, label, below), end};
+  }
+  return {nullptr, nullptr};
 }

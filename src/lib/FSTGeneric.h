@@ -5,6 +5,7 @@
 
 #include <iosfwd>
 #include <string>
+#include <utility>
 
 #include "FSTAllocator.h"
 #include "FSTSemiring.h"
@@ -270,13 +271,16 @@ class FSTGenericInt : public FSTReferenceCounted {
 
   // Sorts arc pointers by input (order 1) or output (order 2); other orders leave v as it is.
   static void _sort_arcs(FSTArcVector& v, FSTArcOrder o);
+  static void _sort_arcs(FSTArc** begin, FSTArc** end, FSTArcOrder o);
+  // The sub-range of arcs sorted on their input (or output) label that mode m selects.
+  static std::pair<FSTArc* const*, FSTArc* const*> _select_sorted(FSTArc* const* begin,
+                                                                  FSTArc* const* end, int label,
+                                                                  FSTArcMode m, bool on_input);
 
   std::string name;  // the representation's class name, as named in diagnostics
 
  protected:
   [[noreturn]] void _unsupported(char const* operation) const;
-  // Stops an operation whose implementation is not part of this build yet.
-  [[noreturn]] void _unavailable(char const* operation) const;
 
   FSTSemiringBase const* _semiring;
   // Lazy machines discover states and arcs inside const queries.

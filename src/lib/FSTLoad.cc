@@ -6,6 +6,8 @@
 #include <iostream>
 
 #include "FSTBasic.h"
+#include "FSTBinary.h"
+#include "FSTMmap.h"
 #include "FSTlib.h"
 
 namespace {
@@ -16,6 +18,10 @@ FSTGeneric load_basic(std::istream& is, char const* header, char const*) {
   return FSTLoadBasic(is, header);
 }
 
+FSTGeneric load_binary(std::istream& is, char const* header, char const* file) {
+  return FSTLoadBinary(is, header, file);
+}
+
 // The header words, tried in this order. Formats without a reader in this build name
 // themselves instead of misreading the file.
 struct HeaderReader {
@@ -23,8 +29,8 @@ struct HeaderReader {
   StreamLoader load;
 };
 HeaderReader const header_readers[] = {
-    {"FSTBasic", load_basic}, {"FSTBinary", nullptr},     {"FSTDynamic", nullptr},
-    {"FSTMmap", nullptr},     {"FSTNgram2", nullptr},     {"FSTNgram3", nullptr},
+    {"FSTBasic", load_basic}, {"FSTBinary", load_binary}, {"FSTDynamic", nullptr},
+    {"FSTMmap", FSTLoadMmap}, {"FSTNgram2", nullptr},     {"FSTNgram3", nullptr},
     {"FSTRtn", nullptr},      {"FSTExpression", nullptr},
 };
 
