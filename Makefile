@@ -6,6 +6,7 @@ CMAKE_FLAGS ?=
 
 FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 60
+FUZZ_TARGETS ?= model text jsgf binary mmap
 
 .PHONY: all setup build build-asan run test test-release test-asan bench install format clean fuzz
 
@@ -43,12 +44,12 @@ fuzz:
 	@T2SFST_NEED_CLANG=1 scripts/setup.sh
 	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 	  -DT2SFST_FUZZ=ON -DT2SFST_SANITIZE=ON -DT2SFST_TESTS=OFF -DT2SFST_BENCHMARKS=OFF
-	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target fuzz_model fuzz_text fuzz_jsgf
-	@for t in model text jsgf; do \
+	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target fuzz_model fuzz_text fuzz_jsgf fuzz_binary fuzz_mmap
+	@for t in $(FUZZ_TARGETS); do \
 	  mkdir -p $(FUZZ_BUILD)/corpus/$$t $(FUZZ_BUILD)/findings/$$t; \
 	  echo "== fuzz_$$t for $(FUZZ_SECONDS) s"; \
 	  ASAN_OPTIONS=detect_leaks=0 $(FUZZ_BUILD)/fuzz/fuzz_$$t -max_total_time=$(FUZZ_SECONDS) \
-	    -rss_limit_mb=2048 -timeout=10 -max_len=4096 -close_fd_mask=2 -print_final_stats=1 \
+	    -rss_limit_mb=2048 -timeout=10 -max_len=8192 -close_fd_mask=2 -print_final_stats=1 \
 	    -artifact_prefix=$(FUZZ_BUILD)/findings/$$t/ $(FUZZ_BUILD)/corpus/$$t fuzz/corpus/$$t \
 	    || exit 1; \
 	done

@@ -109,6 +109,37 @@ TEST(Tool, InfoReportsStructure) {
   EXPECT_NE(r.out.find("deterministic     yes\nacyclic           no\ntrim              no\n"),
             std::string::npos)
       << r.out;
+
+  // Binary and mapped copies print as the same machine; info names their representation, and
+  // a mapped file's compiled order. A directory is no machine.
+  std::string const printed = RunCommand(tool + " print " + file).out;
+  for (std::string format : {"binary", "mmap"}) {
+    std::string out = WriteTempFile("info." + format, "");
+    r = RunCommand(tool + " convert --to " + format + " --order input " + file + " " + out);
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(RunCommand(tool + " print " + out).out, printed) << format;
+    r = RunCommand(tool + " info " + out);
+    EXPECT_NE(r.out.find(format == "mmap" ? "representation    FSTMmap"
+                                          : "representation    FSTBinary"),
+              std::string::npos);
+    if (format == "mmap") {
+      EXPECT_NE(r.out.find("arc order         input (compiled)"), std::string::npos);
+    }
+  }
+  r = RunCommand(tool + " info /tmp");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "t2sfst info: cannot read /tmp: it is a directory\n");
+
+  // A packed T2S model, read through the runtime's loader.
+  std::string model = WriteTempFile("info.model", "");
+  ASSERT_EQ(RunCommand(tool + " make-model " +
+                       WriteTempFile("info.gram", "public <a> = \"a b:X Y\";") + " " + model)
+                .status,
+            0);
+  r = RunCommand(tool + " print " + model);
+  EXPECT_EQ(r.out, "#FSTBasic MinPlus\nI 0\nT 0 1 a\nT 1 2 \\s\nT 2 3 b X\\sY\nF 3\n");
+  EXPECT_NE(RunCommand(tool + " info " + model).out.find("representation    T2SModel"),
+            std::string::npos);
 }
 
 TEST(Tool, AttRoundTripIsTheIdentity) {

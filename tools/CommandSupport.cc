@@ -1,5 +1,7 @@
 #include "CommandSupport.h"
 
+#include "t2s_runtime.h"
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -69,6 +71,51 @@ std::string folder_of(std::string const& path) {
 }
 
 }  // namespace
+
+namespace {
+
+// The model at path as a machine, or null when the file is not a model.
+FSTGeneric ModelMachine(std::string const& path) {
+  {
+    std::ifstream in(path, std::ios::binary);
+    if (in.peek() == '#') return FSTGeneric();  // every machine format starts with its header
+  }
+  t2s_model* model = t2s_model_load(path.c_str(), nullptr, 0);
+  if (!model) return FSTGeneric();
+  FSTGeneric m = FSTBasic(FSTMinPlus);
+  m->name = "T2SModel";
+  if (t2s_model_num_states(model)) m->add_states(int(t2s_model_num_states(model)));
+  if (t2s_model_start(model) >= 0) m->set_initial(t2s_model_start(model));
+  for (uint32_t p = 0; p < t2s_model_num_states(model); ++p) {
+    uint32_t first, end;
+    int final;
+    t2s_model_state(model, p, &first, &end, &final);
+    if (final) m->set_final(int(p), FSTMinPlus->one);
+    for (uint32_t a = first; a < end; ++a) {
+      uint8_t input;
+      uint32_t output;
+      int32_t next;
+      float weight;
+      t2s_model_arc(model, a, &input, &output, &next, &weight);
+      int in = input ? FSTstring_map[std::string(1, char(input))] : 0;
+      int out = output ? FSTstring_map[t2s_model_string(model, output)] : 0;
+      m->add_arc(int(p), next, in, out, weight);
+    }
+  }
+  t2s_model_free(model);
+  return m;
+}
+
+}  // namespace
+
+FSTGeneric LoadInputOrModel(char const* command, std::string const& path) {
+  if (!path.empty() && path != "-") {
+    struct stat info;
+    if (stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode))
+      if (FSTGeneric model = ModelMachine(path)) return model;
+  }
+  return LoadInput(command, path);
+}
 
 bool CanWrite(char const* command, std::string const& path) {
   if (path.empty() || path == "-") return true;

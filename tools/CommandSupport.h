@@ -28,6 +28,11 @@ struct Arguments {
 // read prints "t2sfst COMMAND: cannot read FILE: reason" and gives a null handle.
 FSTGeneric LoadInput(char const* command, std::string const& path);
 
+// Like LoadInput, and a packed T2S model file is read too (through the runtime's validating
+// loader): a machine over its bytes (labels of one byte) and output strings, MinPlus, final
+// states of weight 0, named "T2SModel".
+FSTGeneric LoadInputOrModel(char const* command, std::string const& path);
+
 // Checks, without creating anything, that a file can be written; prints one line naming it when
 // not.
 bool CanWrite(char const* command, std::string const& path);

@@ -5,6 +5,7 @@
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <map>
@@ -131,22 +132,53 @@ int ReadAtt(std::istream& is, std::ostream& os, std::string const& symbols_path,
 
 }  // namespace
 
+namespace {
+
+// The label table of this process, ids 2 and up in order: preloaded through FST_LABELS_FILE, it
+// numbers labels as this process did, which a memory-mapped file needs.
+bool WriteLabels(std::string const& path) {
+  OutputFile output("convert", path);
+  if (!output.ok()) return false;
+  for (int id = 2; id < FSTstring_map.size(); ++id) {
+    if (FSTLabelNeedsEscape(FSTstring_map[id]) && std::strcmp(FSTstring_map[id], ",") != 0)
+      std::fprintf(stderr, "t2sfst convert: label '%s' holds white space, which a labels file "
+                           "cannot\n", FSTstring_map[id]);
+    output.stream() << FSTstring_map[id] << "\n";
+  }
+  return output.commit();
+}
+
+}  // namespace
+
 int RunConvert(int argc, char** argv) {
-  Arguments args(argc, argv, {"--acceptor"}, {"--to", "--from", "--symbols", "--semiring"});
-  bool to_att = args.value("--to") == "att", from_att = args.value("--from") == "att";
-  if (!args.ok || to_att == from_att || args.positional.size() > 2)
-    return UsageError("convert", "give --to att or --from att, then [IN [OUT]]");
+  Arguments args(argc, argv, {"--acceptor"},
+                 {"--to", "--from", "--symbols", "--semiring", "--order", "--labels"});
+  std::string const to = args.value("--to"), from = args.value("--from");
+  bool const to_att = to == "att", from_att = from == "att";
+  bool const to_stored = to == "binary" || to == "mmap";
+  std::string const order_name = args.value("--order", "any");
+  FSTArcOrder order = order_name == "input" ? FSTArcOrderInput
+                      : order_name == "output" ? FSTArcOrderOutput : FSTArcOrderAny;
+  if (!args.ok || int(to_att) + int(from_att) + int(to_stored) != 1 || args.positional.size() > 2 ||
+      (order == FSTArcOrderAny && order_name != "any"))
+    return UsageError("convert",
+                      "give --to att|binary|mmap or --from att, then [IN [OUT]]; --order is any, "
+                      "input or output");
   std::string in = args.positional.size() > 0 ? args.positional[0] : "";
   std::string out = args.positional.size() > 1 ? args.positional[1] : "";
+  if (to == "mmap" && (out.empty() || out == "-"))
+    return UsageError("convert", "a memory-mapped machine needs an OUT file");
   FSTSemiringBase const* semiring = SemiringNamed(args.value("--semiring", "MinPlus"));
   if (!semiring) return UsageError("convert", "unknown semiring");
   OutputFile output("convert", out);
   if (!output.ok()) return 1;
-  int status;
-  if (to_att) {
+  int status = 0;
+  if (to_att || to_stored) {
     FSTGeneric m = LoadInput("convert", in);
     if (!m) return 1;
-    status = WriteAtt(m, output.stream(), args.value("--symbols"));
+    if (to == "binary") m->dump_binary(output.stream());
+    else if (to == "mmap") m->dump_mmap(output.temp_path().c_str(), order);
+    else status = WriteAtt(m, output.stream(), args.value("--symbols"));
   } else if (in.empty() || in == "-") {
     status = ReadAtt(std::cin, output.stream(), args.value("--symbols"), args.has("--acceptor"),
                      semiring);
@@ -160,5 +192,6 @@ int RunConvert(int argc, char** argv) {
                      semiring);
   }
   if (status != 0) return status;
+  if (args.has("--labels") && !WriteLabels(args.value("--labels"))) return 1;
   return output.commit() ? 0 : 1;
 }

@@ -103,14 +103,19 @@ char const* yes_no(bool b) { return b ? "yes" : "no"; }
 int RunInfo(int argc, char** argv) {
   Arguments args(argc, argv, {}, {});
   if (!args.ok || args.positional.size() > 1) return UsageError("info", "wrong arguments");
-  FSTGeneric m = LoadInput("info", args.positional.empty() ? "" : args.positional[0]);
+  FSTGeneric m = LoadInputOrModel("info", args.positional.empty() ? "" : args.positional[0]);
   if (!m) return 1;
   Properties p = Measure(m);
-  char const* order = "unknown";
-  if (auto basic = dynamic_cast<FSTBasicRep const*>(m.get())) {
-    FSTArcOrder o = basic->arc_order();
-    order = o == FSTArcOrderInput ? "input" : o == FSTArcOrderOutput ? "output" : "none";
-  }
+  // The order the arcs are kept in; a mapped file's is fixed when it is written.
+  std::string order = "unknown";
+  auto order_name = [](FSTArcOrder o) {
+    return o == FSTArcOrderInput ? "input" : o == FSTArcOrderOutput ? "output" : "none";
+  };
+  if (auto basic = dynamic_cast<FSTBasicRep const*>(m.get())) order = order_name(basic->arc_order());
+  if (auto binary = dynamic_cast<FSTBinaryRep const*>(m.get()))
+    order = order_name(binary->arc_order());
+  if (auto mapped = dynamic_cast<FSTMmapRep const*>(m.get()))
+    order = std::string(order_name(mapped->compiled_order())) + " (compiled)";
   std::printf("representation    %s\n", m->name.c_str());
   std::printf("semiring          %s\n", m->semiring()->name);
   std::printf("states            %d\n", p.states);
@@ -120,7 +125,7 @@ int RunInfo(int argc, char** argv) {
   std::printf("epsilon arcs      %d\n", p.epsilon_arcs);
   std::printf("input epsilons    %d\n", p.input_epsilons);
   std::printf("output epsilons   %d\n", p.output_epsilons);
-  std::printf("arc order         %s\n", order);
+  std::printf("arc order         %s\n", order.c_str());
   std::printf("deterministic     %s\n", yes_no(p.deterministic));
   std::printf("acyclic           %s\n", yes_no(p.acyclic));
   std::printf("trim              %s\n", yes_no(p.trim));

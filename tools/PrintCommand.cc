@@ -11,7 +11,7 @@
 int RunPrint(int argc, char** argv) {
   Arguments args(argc, argv, {"--no-header"}, {});
   if (!args.ok || args.positional.size() > 1) return UsageError("print", "wrong arguments");
-  FSTGeneric m = LoadInput("print", args.positional.empty() ? "" : args.positional[0]);
+  FSTGeneric m = LoadInputOrModel("print", args.positional.empty() ? "" : args.positional[0]);
   if (!m) return 1;
   m->dump_ascii(std::cout, !args.has("--no-header"));
   std::cout.flush();
@@ -21,7 +21,7 @@ int RunPrint(int argc, char** argv) {
 int RunDraw(int argc, char** argv) {
   Arguments args(argc, argv, {}, {"--png", "--title"});
   if (!args.ok || args.positional.size() > 1) return UsageError("draw", "wrong arguments");
-  FSTGeneric m = LoadInput("draw", args.positional.empty() ? "" : args.positional[0]);
+  FSTGeneric m = LoadInputOrModel("draw", args.positional.empty() ? "" : args.positional[0]);
   if (!m) return 1;
   std::string title = args.value("--title");
   char const* title_or_null = title.empty() ? nullptr : title.c_str();

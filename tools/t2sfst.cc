@@ -20,14 +20,20 @@ Command const commands[] = {
      "[--no-output] [--mark-rules] [--pauses] [--allow-undefined] [--no-optimize]",
      "compile a JSGF grammar (optimized as the model builder does, unless --no-optimize)",
      RunCompileGrammar},
-    {"print", "[--no-header] [IN]", "write a machine in the text format", RunPrint},
+    {"print", "[--no-header] [IN]", "write a machine (or a T2S model) in the text format",
+     RunPrint},
     {"draw", "[--title TEXT] [--png FILE] [IN]",
      "draw a machine as Graphviz dot, or render it to PNG", RunDraw},
-    {"info", "[IN]", "size, labels and structural properties of a machine", RunInfo},
+    {"info", "[IN]",
+     "representation, size, labels and structural properties of a machine or a T2S model",
+     RunInfo},
     {"convert",
-     "--to att [--symbols FILE] [IN [OUT]] | --from att [--symbols FILE] "
-     "[--acceptor] [--semiring NAME] [IN [OUT]]",
-     "AT&T text with a symbol table, to and from the text format", RunConvert},
+     "--to att [--symbols FILE] [IN [OUT]] | --from att [--symbols FILE] [--acceptor] "
+     "[--semiring NAME] [IN [OUT]] | --to binary [IN [OUT]] | --to mmap [--order "
+     "any|input|output] [--labels FILE] IN OUT",
+     "AT&T text with a symbol table, to and from the text format; the binary and memory-mapped "
+     "formats (every command reads any format by its header)",
+     RunConvert},
     {"rmepsilon", "[--acceptor] [--delta D] [IN [OUT]]",
      "remove epsilon arcs (only epsilon:epsilon ones with --acceptor)", RunRmEpsilon},
     {"determinize", "[--acceptor] [--limit N] [--delta D] [IN [OUT]]",

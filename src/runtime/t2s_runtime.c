@@ -284,6 +284,27 @@ const char* t2s_model_string(const t2s_model* m, uint32_t i) {
   return i < m->num_strings ? m->pool + m->string_offsets[i] : NULL;
 }
 
+int32_t t2s_model_start(const t2s_model* m) { return m->start; }
+
+int t2s_model_state(const t2s_model* m, uint32_t i, uint32_t* first_arc, uint32_t* end_arc,
+                    int* final) {
+  if (i >= m->num_states) return 0;
+  *first_arc = m->states[i].first_arc;
+  *end_arc = m->states[i].end_arc;
+  *final = m->states[i].final;
+  return 1;
+}
+
+int t2s_model_arc(const t2s_model* m, uint32_t i, uint8_t* input, uint32_t* output,
+                  int32_t* next, float* weight) {
+  if (i >= m->num_arcs) return 0;
+  *input = m->arcs[i].input;
+  *output = m->arcs[i].output;
+  *next = m->arcs[i].next;
+  *weight = m->arcs[i].weight;
+  return 1;
+}
+
 /* ---- decoding ----------------------------------------------------------------------------- */
 
 /* The search keeps one layer of entries per input position: each entry is a state reached with

@@ -36,6 +36,14 @@ uint32_t t2s_model_num_arcs(const t2s_model* model);
 uint32_t t2s_model_num_strings(const t2s_model* model);
 /* Output string i (0 is the empty string, epsilon). */
 const char* t2s_model_string(const t2s_model* model, uint32_t index);
+/* A look inside: the start state (-1: none); state i's arcs [first, end) and final flag; arc i's
+   input byte (0: epsilon), output string, destination and weight. Each state's arcs are sorted
+   by input byte. Indices out of range give 0 and leave the outputs alone. */
+int32_t t2s_model_start(const t2s_model* model);
+int t2s_model_state(const t2s_model* model, uint32_t index, uint32_t* first_arc,
+                    uint32_t* end_arc, int* final);
+int t2s_model_arc(const t2s_model* model, uint32_t index, uint8_t* input, uint32_t* output,
+                  int32_t* next, float* weight);
 
 /* A decoder holds the search over one input; reuse it for many inputs of one model. */
 t2s_decoder* t2s_decoder_new(const t2s_model* model);
