@@ -111,6 +111,20 @@ Language Times(FSTSemiringBase const* s, Language const& a, Language const& b, s
   return l;
 }
 
+Language Compose(FSTSemiringBase const* s, Language const& a, Language const& b,
+                  size_t max_length) {
+  std::map<LabelString, std::vector<std::pair<LabelString, float>>> reads;  // b by its input
+  for (auto const& [y, w] : b) reads[y.first].push_back({y.second, w});
+  Language l;
+  for (auto const& [x, v] : a) {
+    auto found = reads.find(x.second);
+    if (found == reads.end() || x.first.size() > max_length) continue;
+    for (auto const& [z, w] : found->second)
+      if (z.size() <= max_length) AddTo(s, l, {x.first, z}, s->times(v, w));
+  }
+  return l;
+}
+
 Language Scale(FSTSemiringBase const* s, Language const& a, float w) {
   Language l;
   for (auto const& [key, v] : a) l[key] = s->times(w, v);

@@ -71,4 +71,19 @@ bool CompileGrammar(char const* command, Arguments const& args, std::string cons
 // Exit status for wrong usage, after printing the command's usage line.
 int UsageError(char const* command, char const* message);
 
+// Loads IN, applies make to it, writes the stored result to OUT (standard output by default).
+template <class Make>
+int CopyResult(char const* command, Arguments const& args, Make make) {
+  if (!args.ok || args.positional.size() > 2) return UsageError(command, "wrong arguments");
+  std::string in = args.positional.size() > 0 ? args.positional[0] : "";
+  std::string out = args.positional.size() > 1 ? args.positional[1] : "";
+  OutputFile file(command, out);
+  if (!file.ok()) return 1;
+  FSTGeneric m = LoadInput(command, in);
+  if (!m) return 1;
+  FSTGeneric result = FSTBasic(make(m));
+  result->dump_ascii(file.stream(), true);
+  return file.commit() ? 0 : 1;
+}
+
 #endif

@@ -26,5 +26,13 @@ int RunTopsort(int argc, char** argv);
 int RunCompileGrammar(int argc, char** argv);
 int RunMakeModel(int argc, char** argv);
 int RunApply(int argc, char** argv);
+int RunCompose(int argc, char** argv);
+int RunUnion(int argc, char** argv);
+int RunConcat(int argc, char** argv);
+int RunInvert(int argc, char** argv);
+int RunProject(int argc, char** argv);
+int RunReverse(int argc, char** argv);
+int RunClosure(int argc, char** argv);
+int RunShortestPath(int argc, char** argv);
 
 #endif

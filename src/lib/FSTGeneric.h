@@ -117,6 +117,7 @@ class FSTArcIter {
     return *this;
   }
   int size() const { return int(_end - _cursor); }
+  int n() const { return size(); }
 
   // Range-for support over the remaining arcs.
   FSTArc* const* begin() const { return _cursor; }

@@ -76,10 +76,13 @@ struct FSTOperandState {
 };
 
 // Table maps a key to its state id: an ordered map by default, or a hash map where keys are
-// equal within a tolerance (their hash then covers only what must match exactly).
-template <class Key, class Table = fst::map<Key, int>>
-class FSTLazyRep : public FSTGenericInt {
+// equal within a tolerance (their hash then covers only what must match exactly). Base is the
+// interface the machine offers (FSTGenericInt, or an extension of it).
+template <class Key, class Table = fst::map<Key, int>, class Base = FSTGenericInt>
+class FSTLazyRep : public Base {
  protected:
+  using Base::_n_states;
+
   // The table may carry state, such as the tolerance of its comparisons.
   explicit FSTLazyRep(Table table = Table()) : _ids(std::move(table)) {}
 
@@ -109,7 +112,7 @@ class FSTLazyRep : public FSTGenericInt {
 
   // Expands states in id order until no new ones appear.
   void _expand_all() const {
-    for (int p = 0; p < _n_states; ++p) arcs_out(p, FSTArcOrderAny);
+    for (int p = 0; p < _n_states; ++p) this->arcs_out(p, FSTArcOrderAny);
   }
 
  private:

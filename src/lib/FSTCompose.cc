@@ -1,0 +1,169 @@
+#include "FSTCompose.h"
+
+#include <vector>
+
+namespace {
+
+uint32_t const state_mask = (1u << 30) - 1;
+int const filter_free = 0;
+int const filter_first_moved = 2;  // the first operand moved alone since the last match
+
+}  // namespace
+
+FSTComposeRep::FSTComposeRep(FSTGeneric const& first, FSTGeneric const& second)
+    : _first(first), _second(second) {
+  name = "FSTCompose";
+  if (first->semiring() != second->semiring())
+    FSTFatal("can't compose different semirings: %s and %s", first->semiring()->name,
+             second->semiring()->name);
+  _semiring = first->semiring();
+  _epsilon = second->input_alphabet().count(0) > 0;
+  _n_arcs = 0;
+  _init();
+}
+
+FSTComposeRep::~FSTComposeRep() { _clean(); }
+
+void FSTComposeRep::_init() const { _initial = _initial_state(); }
+
+int FSTComposeRep::_initial_state() const {
+  if (_first->initial() < 0 || _second->initial() < 0) return -1;
+  return _target(_first->initial(), filter_free, _second->initial());
+}
+
+int FSTComposeRep::_target(int first, int filter, int second) const {
+  FST_ASSERT(uint32_t(first) <= state_mask);
+  return _find_or_add_state(_Triple{uint32_t(first) | uint32_t(filter) << 30, uint32_t(second)});
+}
+
+std::pair<int, int> FSTComposeRep::state_pair(int state) const {
+  FST_ASSERT_STATE(state);
+  _Triple const& key = _state(state);
+  return {int(key.first & state_mask), int(key.second)};
+}
+
+void FSTComposeRep::_arcs_out(int p, int in, int out, FSTArcMode mode, FSTArcOrder order,
+                              FSTArcVector* result) const {
+  _Triple const key = _state(p);
+  int const s1 = int(key.first & state_mask), filter = int(key.first >> 30), s2 = int(key.second);
+  FSTGenericInt const& first = *_first;
+  FSTGenericInt const& second = *_second;
+  FSTSemiringBase const& s = *_semiring;
+  auto emit = [&](int input, int output, float weight, int to) {
+    if (result) result->push_back(FSTNewArc(input, output, weight, to, p));
+  };
+  auto input_ok = [&](int label) { return in < 0 || FSTLabelMatches(label, in, mode); };
+  auto output_ok = [&](int label) { return out < 0 || FSTLabelMatches(label, out, mode); };
+  int const after_first_alone = _epsilon ? filter_first_moved : filter_free;
+
+  // The second operand alone, unless the first has moved alone since the last match.
+  if (filter != filter_first_moved && _epsilon && input_ok(0))
+    for (FSTArc* a2 : second.arcs_out_with_input(s2, 0, FSTArcModeEqual))
+      if (output_ok(a2->output)) emit(0, a2->output, a2->weight, _target(s1, filter_free, a2->to));
+
+  bool drive_first;
+  if (in >= 0 || order == FSTArcOrderInput) drive_first = true;
+  else if (out >= 0 || order == FSTArcOrderOutput) drive_first = false;
+  else drive_first = !(second.n_arcs_out(s2) < first.n_arcs_out(s1));
+
+  // The driving side's arcs are copied first: the probes may re-sort a stored operand, and
+  // both operands may be one machine.
+  std::vector<FSTArc> driving;
+  if (drive_first) {
+    for (FSTArc* a : first.arcs_out(s1, FSTArcOrderOutput)) driving.push_back(*a);
+    for (FSTArc const& a1 : driving) {
+      if (!input_ok(a1.input)) continue;
+      if (a1.output == 0) {
+        if (output_ok(0)) emit(a1.input, 0, a1.weight, _target(a1.to, after_first_alone, s2));
+        continue;
+      }
+      for (FSTArc* a2 : second.arcs_out_with_input(s2, a1.output, FSTArcModeEqual))
+        if (output_ok(a2->output))
+          emit(a1.input, a2->output, s.times(a1.weight, a2->weight),
+               _target(a1.to, filter_free, a2->to));
+    }
+  } else {
+    if (output_ok(0))
+      for (FSTArc* a1 : first.arcs_out_with_output(s1, 0, FSTArcModeEqual)) driving.push_back(*a1);
+    for (FSTArc const& a1 : driving)
+      if (input_ok(a1.input)) emit(a1.input, 0, a1.weight, _target(a1.to, after_first_alone, s2));
+    driving.clear();
+    for (FSTArc* a : second.arcs_out(s2, FSTArcOrderInput)) driving.push_back(*a);
+    for (FSTArc const& a2 : driving) {
+      if (a2.input == 0 || !output_ok(a2.output)) continue;
+      for (FSTArc* a1 : first.arcs_out_with_output(s1, a2.input, FSTArcModeEqual))
+        if (input_ok(a1->input))
+          emit(a1->input, a2.output, s.times(a1->weight, a2.weight),
+               _target(a1->to, filter_free, a2.to));
+    }
+  }
+}
+
+FSTArcIter FSTComposeRep::arcs_out(int p, FSTArcOrder order) const {
+  FSTArcList list;
+  _arcs_out(p, -1, -1, FSTArcModeEqual, order, &list.arcs());
+  return list.iter(order);
+}
+
+FSTArcIter FSTComposeRep::arcs_out_with_input(int p, int label, FSTArcMode m) const {
+  FSTArcList list;
+  _arcs_out(p, label, -1, m, FSTArcOrderInput, &list.arcs());
+  return list.iter(FSTArcOrderInput);
+}
+
+FSTArcIter FSTComposeRep::arcs_out_with_output(int p, int label, FSTArcMode m) const {
+  FSTArcList list;
+  _arcs_out(p, -1, label, m, FSTArcOrderOutput, &list.arcs());
+  return list.iter(FSTArcOrderOutput);
+}
+
+void FSTComposeRep::arcs_out(FSTArcVector& v, int p, FSTArcOrder order) const {
+  v.clear();
+  _arcs_out(p, -1, -1, FSTArcModeEqual, order, &v);
+  _sort_arcs(v, order);
+}
+
+bool FSTComposeRep::is_final(int p) const {
+  std::pair<int, int> pair = state_pair(p);
+  return _first->is_final(pair.first) && _second->is_final(pair.second);
+}
+
+float FSTComposeRep::final_weight(int p) const {
+  std::pair<int, int> pair = state_pair(p);
+  float w1 = _first->final_weight(pair.first), w2 = _second->final_weight(pair.second);
+  if (w1 == _semiring->zero || w2 == _semiring->zero) return _semiring->zero;
+  return _semiring->times(w1, w2);
+}
+
+float FSTComposeRep::potential(int p) const {
+  std::pair<int, int> pair = state_pair(p);
+  return _semiring->times(_first->potential(pair.first), _second->potential(pair.second));
+}
+
+void FSTComposeRep::force() const {
+  for (int p = 0; p < _n_states; ++p) _arcs_out(p, -1, -1, FSTArcModeEqual, FSTArcOrderAny, nullptr);
+}
+
+void FSTComposeRep::reset() const {
+  _first->reset();
+  _second->reset();
+  _clean();
+  int const new_initial = _initial_state();
+  FST_ASSERT(new_initial == _initial);
+}
+
+FSTGeneric FSTComposeRep::reload(bool& changed) {
+  bool any = _first.reload();
+  any |= _second.reload();
+  if (any) changed = true;
+  reset();
+  return FSTGeneric(this);
+}
+
+FSTGeneric FSTCompose(FSTGeneric const& first, FSTGeneric const& second) {
+  return new FSTComposeRep(first, second);
+}
+
+FSTComposeInt const* FSTComposeCast(FSTGeneric const& g) {
+  return dynamic_cast<FSTComposeInt const*>(g.get());
+}
