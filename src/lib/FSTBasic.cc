@@ -146,8 +146,10 @@ void FSTBasicRep::_copy(FSTGeneric const& g, FSTArcOrder in_from, FSTArcOrder ou
   if (!clear_weights) set_potential(start, best_final);
 }
 
-FSTBasicRep::~FSTBasicRep() {
-  for (_State* state : _states) {
+FSTBasicRep::~FSTBasicRep() {}
+
+FSTBasicRep::_StateTable::~_StateTable() {
+  for (_State* state : *this) {
     for (FSTArc* arc : state->arcs) FSTDeleteArc(arc);
     state->~_State();
     FSTAllocator::_deallocate(state, _state_units);

@@ -98,7 +98,12 @@ class FSTBasicRep : public FSTGenericInt {
   _State* _state(int p) const;
   FSTArcIter _iterate(FSTArc* const* begin, FSTArc* const* end) const;
 
-  fst::vector<_State*> _states;
+  // The states, freed with their arcs when the table goes: also when a constructor stops
+  // halfway and a harness unwinds from the stop.
+  struct _StateTable : fst::vector<_State*> {
+    ~_StateTable();
+  };
+  _StateTable _states;
   mutable FSTArcOrder _arc_order;
   fst::set<int> _input_labels;
   fst::set<int> _output_labels;
