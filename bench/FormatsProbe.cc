@@ -2,6 +2,8 @@
 //   t2sfst_formats_probe make N FILE            a text machine of N arcs (N/10 states, 50 labels)
 //   t2sfst_formats_probe write text|binary|mmap IN OUT   seconds to write IN in that format
 //   t2sfst_formats_probe load FILE               seconds to load, then to the first arc
+//   t2sfst_formats_probe compose OUT A B [C...]  the lazy composition (A o B) o C ..., copied
+//                                                into a stored machine and written as binary
 // Each prints one line of "key value" pairs, with the process's peak resident megabytes.
 #include <sys/resource.h>
 
@@ -60,6 +62,15 @@ int main(int argc, char** argv) {
     int first = arcs.done() ? -1 : (*arcs)->to;
     std::printf("load_s %.3f first_arc_s %.6f peak_MB %.0f (first arc to %d)\n", load,
                 Seconds(start), PeakMegabytes(), first);
+    return 0;
+  }
+  if (mode == "compose" && argc >= 5) {
+    FSTGeneric m = FSTLoadFile(argv[3]);
+    for (int i = 4; i < argc; ++i) m = FSTCompose(m, FSTLoadFile(argv[i]));
+    m = FSTBasic(m);
+    m->dump_binary(argv[2]);
+    std::printf("compose_s %.3f peak_MB %.0f states %d\n", Seconds(start), PeakMegabytes(),
+                m->n_states());
     return 0;
   }
   std::fprintf(stderr, "usage: see the top of FormatsProbe.cc\n");

@@ -7,6 +7,13 @@
 //   t2sfst_bench_inputs DIR alternatives N   alternatives.gram: one public rule of N
 //                                    alternatives of 1-4 words (from a 5,000-word vocabulary)
 //   t2sfst_bench_inputs DIR rules N  rules.gram: N rules calling each other (see WriteRules)
+//   t2sfst_bench_inputs DIR compose N  machines for composition, each as DIR/NAME.fst (our text)
+//                                    and DIR/NAME.att (AT&T, numeric labels: letters 1-26,
+//                                    words from 100): lexicon (a closure of N words, letters to
+//                                    word), sentences (N/10 sentences of 1-5 of those words),
+//                                    words (N words as letters), r1 (each letter to the next),
+//                                    r2 (vowels deleted), r3 (a separator after each letter,
+//                                    read from epsilon)
 //   t2sfst_bench_inputs DIR phrases N  phrases.gram: N phrases of 1-4 "spoken:written" tokens;
 //                                    phrases.txt: 200,000 lines, each one phrase (for whole-line
 //                                    decoding); recognised.txt: 200,000 lines of phrases among
@@ -109,6 +116,83 @@ void WritePhrases(std::string const& dir, long n) {
   }
 }
 
+// A machine written twice, as our text and as AT&T text with the same numeric labels.
+struct TwoFormats {
+  TwoFormats(std::string const& dir, std::string const& name)
+      : text(dir + "/" + name + ".fst"), att(dir + "/" + name + ".att") {
+    text << "#FSTBasic MinPlus\nI 0\n";
+  }
+  void arc(long from, long to, int in, int out, float w = 0) {
+    text << "T " << from << " " << to << " " << label(in) << " " << label(out);
+    if (w != 0) text << " " << w;
+    text << "\n";
+    att << from << "\t" << to << "\t" << in << "\t" << out << "\t" << w << "\n";
+  }
+  // AT&T text names the start state by its first line: final lines go last.
+  void final(long p) {
+    text << "F " << p << "\n";
+    finals.push_back(p);
+  }
+  ~TwoFormats() {
+    for (long p : finals) att << p << "\n";
+  }
+  static std::string label(int l) { return l ? std::to_string(l) : ","; }
+  std::ofstream text, att;
+  std::vector<long> finals;
+};
+
+void WriteCompose(std::string const& dir, long n) {
+  std::mt19937 rng(15);
+  std::vector<std::vector<int>> words(static_cast<size_t>(n));
+  for (auto& w : words)
+    for (int k = 3 + int(rng() % 6); k > 0; --k) w.push_back(1 + int(rng() % 26));
+  {
+    TwoFormats lexicon(dir, "lexicon");
+    lexicon.final(0);
+    long next = 1;
+    for (long i = 0; i < n; ++i) {
+      auto const& w = words[size_t(i)];
+      for (size_t k = 0; k < w.size(); ++k) {
+        long from = k ? next - 1 : 0, to = k + 1 == w.size() ? 0 : next++;
+        lexicon.arc(from, to, w[k], k ? 0 : int(100 + i), k ? 0 : float(rng() % 4) * 0.5f);
+      }
+    }
+  }
+  {
+    TwoFormats sentences(dir, "sentences");
+    sentences.final(1);
+    long next = 2;
+    for (long s = 0; s < n / 10; ++s) {
+      long from = 0;
+      for (int k = 1 + int(rng() % 5); k > 0; --k) {
+        long to = k == 1 ? 1 : next++;
+        int word = int(100 + rng() % unsigned(n));
+        sentences.arc(from, to, word, word, float(rng() % 4) * 0.5f);
+        from = to;
+      }
+    }
+  }
+  {
+    TwoFormats all(dir, "words");
+    all.final(1);
+    long next = 2;
+    for (auto const& w : words)
+      for (size_t k = 0; k < w.size(); ++k) {
+        long from = k ? next - 1 : 0, to = k + 1 == w.size() ? 1 : next++;
+        all.arc(from, to, w[k], w[k], float(rng() % 4) * 0.5f);
+      }
+  }
+  TwoFormats r1(dir, "r1"), r2(dir, "r2"), r3(dir, "r3");
+  r1.final(0), r2.final(0), r3.final(0);
+  for (int l = 1; l <= 26; ++l) {
+    r1.arc(0, 0, l, l % 26 + 1);
+    bool vowel = l == 1 || l == 5 || l == 9 || l == 15 || l == 21;
+    r2.arc(0, 0, l, vowel ? 0 : l);
+    r3.arc(0, 1, l, l);
+  }
+  r3.arc(1, 0, 0, 27);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -124,6 +208,10 @@ int main(int argc, char** argv) {
   }
   if (what == "phrases") {
     WritePhrases(dir, std::stol(argv[3]));
+    return 0;
+  }
+  if (what == "compose") {
+    WriteCompose(dir, std::stol(argv[3]));
     return 0;
   }
   if (what == "rules") {

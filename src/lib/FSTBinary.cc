@@ -179,6 +179,22 @@ void FSTGenericInt::dump_binary(std::ostream& os) const {
   int arcs = 0;
   for (int p : states()) arcs += arcs_out(p, FSTArcOrderAny).size();
   FSTDumpInt(os, arcs);
+  // Records go out through a buffer: one stream call per field would dominate.
+  std::string buffer;
+  auto put = [&buffer](uint32_t v) {
+    char bytes[4] = {char(v >> 24), char(v >> 16), char(v >> 8), char(v)};
+    buffer.append(bytes, 4);
+  };
+  auto put_float = [&put](float w) {
+    uint32_t bits;
+    std::memcpy(&bits, &w, 4);
+    put(bits);
+  };
+  auto flush = [&buffer, &os](size_t at_least) {
+    if (buffer.size() < at_least) return;
+    os.write(buffer.data(), std::streamsize(buffer.size()));
+    buffer.clear();
+  };
   std::vector<std::pair<int, int>> ranges;
   int next = 0;
   for (int p : states()) {
@@ -187,22 +203,26 @@ void FSTGenericInt::dump_binary(std::ostream& os) const {
       int input = position_of(inputs, a->input), output = position_of(outputs, a->output);
       FST_ASSERT(input >= 0);
       FST_ASSERT(output >= 0);
-      FSTDumpInt(os, p);
-      FSTDumpInt(os, a->to);
-      FSTDumpInt(os, input);
-      FSTDumpInt(os, output);
-      FSTDumpFloat(os, a->weight);
+      put(uint32_t(p));
+      put(uint32_t(a->to));
+      put(uint32_t(input));
+      put(uint32_t(output));
+      put_float(a->weight);
       ++next;
+      flush(1 << 16);
     }
     ranges.push_back({first, next});
   }
+  flush(0);
   FSTDumpInt(os, int(ranges.size()));
   for (int p = 0; p < int(ranges.size()); ++p) {
-    FSTDumpFloat(os, final_weight(p));
-    FSTDumpFloat(os, potential(p));
-    FSTDumpInt(os, ranges[size_t(p)].first);
-    FSTDumpInt(os, ranges[size_t(p)].second);
+    put_float(final_weight(p));
+    put_float(potential(p));
+    put(uint32_t(ranges[size_t(p)].first));
+    put(uint32_t(ranges[size_t(p)].second));
+    flush(1 << 16);
   }
+  flush(0);
 }
 
 // ---- the reader ---------------------------------------------------------------------------------
@@ -223,6 +243,10 @@ float keyword_value(char const* header, char const* keyword, char const* format,
   return value;
 }
 
+uint32_t big_endian_u32(unsigned char const* b) {
+  return uint32_t(b[0]) << 24 | uint32_t(b[1]) << 16 | uint32_t(b[2]) << 8 | uint32_t(b[3]);
+}
+
 // Reads through a stream and stops with a message naming the file at the first damage.
 class Reader {
  public:
@@ -241,6 +265,19 @@ class Reader {
     float v = FSTLoadFloat(_is);
     if (!_is) fail("truncated in %s", what);
     return v;
+  }
+  // Reads n records of size bytes in blocks, handing each to take(record, index).
+  template <class Take>
+  void records(int n, int size, char const* what, Take take) {
+    std::vector<unsigned char> block;
+    for (int done = 0; done < n;) {
+      int count = std::min(n - done, 4096);
+      block.resize(size_t(count) * size_t(size));
+      _is.read(reinterpret_cast<char*>(block.data()), std::streamsize(block.size()));
+      if (!_is) fail("truncated in %s", what);
+      for (int i = 0; i < count; ++i) take(block.data() + size_t(i) * size_t(size), done + i);
+      done += count;
+    }
   }
   std::string text(char const* what) {
     std::string s = FSTLoadString(_is);
@@ -289,31 +326,37 @@ FSTBinaryRep::FSTBinaryRep(std::istream& is, char const* header, char const* fil
   // Arrays grow as records arrive: a damaged count meets the end of the file, not the heap's.
   int const n_arcs = in.count("the arc count");
   _arcs.reserve(size_t(std::min(n_arcs, 1 << 20)));
-  for (int i = 0; i < n_arcs; ++i) {
+  in.records(n_arcs, 20, "the arcs", [&](unsigned char const* r, int i) {
     FSTArc a;
-    a.from = in.integer("the arcs");
-    a.to = in.integer("the arcs");
-    int input = in.integer("the arcs"), output = in.integer("the arcs");
-    a.weight = transform(in.real("the arcs"));
+    a.from = int(big_endian_u32(r));
+    a.to = int(big_endian_u32(r + 4));
+    int input = int(big_endian_u32(r + 8)), output = int(big_endian_u32(r + 12));
+    uint32_t bits = big_endian_u32(r + 16);
+    std::memcpy(&a.weight, &bits, 4);
+    a.weight = transform(a.weight);
     if (input < 0 || size_t(input) >= inputs.size() || output < 0 ||
         size_t(output) >= outputs.size())
       in.fail("arc %d has a label outside the label lists", i);
     a.input = inputs[size_t(input)];
     a.output = outputs[size_t(output)];
     _arcs.push_back(a);
-  }
+  });
   int const n_states = in.count("the state count");
   _states.reserve(size_t(std::min(n_states, 1 << 20)));
-  for (int p = 0; p < n_states; ++p) {
+  in.records(n_states, 16, "the states", [&](unsigned char const* r, int p) {
     _State s;
-    s.final = transform(in.real("the states"));
-    s.potential = transform(in.real("the states"));
-    s.first_arc = in.integer("the states");
-    s.end_arc = in.integer("the states");
+    uint32_t bits = big_endian_u32(r);
+    std::memcpy(&s.final, &bits, 4);
+    bits = big_endian_u32(r + 4);
+    std::memcpy(&s.potential, &bits, 4);
+    s.final = transform(s.final);
+    s.potential = transform(s.potential);
+    s.first_arc = int(big_endian_u32(r + 8));
+    s.end_arc = int(big_endian_u32(r + 12));
     if (s.first_arc < 0 || s.first_arc > s.end_arc || s.end_arc > n_arcs)
       in.fail("state %d has arcs %d to %d of %d", p, s.first_arc, s.end_arc, n_arcs);
     _states.push_back(s);
-  }
+  });
   if (_initial < -1 || _initial >= n_states)
     in.fail("initial state %d of %d states", _initial, n_states);
   for (FSTArc const& a : _arcs)

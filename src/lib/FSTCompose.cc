@@ -54,17 +54,27 @@ void FSTComposeRep::_arcs_out(int p, int in, int out, FSTArcMode mode, FSTArcOrd
   };
   auto input_ok = [&](int label) { return in < 0 || FSTLabelMatches(label, in, mode); };
   auto output_ok = [&](int label) { return out < 0 || FSTLabelMatches(label, out, mode); };
-  int const after_first_alone = _epsilon ? filter_first_moved : filter_free;
-
-  // The second operand alone, unless the first has moved alone since the last match.
-  if (filter != filter_first_moved && _epsilon && input_ok(0))
-    for (FSTArc* a2 : second.arcs_out_with_input(s2, 0, FSTArcModeEqual))
+  // The second operand alone, unless the first has moved alone since the last match. Only
+  // where the second can move alone does a lone move of the first need the filter's mark.
+  FSTArcIter second_alone;
+  if (_epsilon) second_alone = second.arcs_out_with_input(s2, 0, FSTArcModeEqual);
+  int const after_first_alone = second_alone.done() ? filter_free : filter_first_moved;
+  if (filter != filter_first_moved && input_ok(0))
+    for (FSTArc* a2 : second_alone)
       if (output_ok(a2->output)) emit(0, a2->output, a2->weight, _target(s1, filter_free, a2->to));
 
+  // A lazy operand (whose arc count is not known) drives: probing it label by label would
+  // compute its arcs again for every label. Otherwise a label restriction picks the side it
+  // applies to, and an unrestricted request the side with fewer arcs. A requested order does
+  // not pick the side: sorting a state's arcs afterwards is cheaper than a wrong driver.
+  int const unknown = 2147483647;
+  int const n1 = first.n_arcs_out(s1), n2 = second.n_arcs_out(s2);
   bool drive_first;
-  if (in >= 0 || order == FSTArcOrderInput) drive_first = true;
-  else if (out >= 0 || order == FSTArcOrderOutput) drive_first = false;
-  else drive_first = !(second.n_arcs_out(s2) < first.n_arcs_out(s1));
+  if ((n1 == unknown) != (n2 == unknown)) drive_first = n1 == unknown;
+  else if (in >= 0) drive_first = true;
+  else if (out >= 0) drive_first = false;
+  else drive_first = !(n2 < n1);
+  (void)order;
 
   // The driving side's arcs are copied first: the probes may re-sort a stored operand, and
   // both operands may be one machine.

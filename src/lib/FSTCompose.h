@@ -13,7 +13,8 @@
 //   filter  | second alone (input eps) | first alone (output eps)   | together (label x:x)
 //   --------+--------------------------+----------------------------+---------------------
 //   0       | allowed, -> 0            | allowed, -> 2 (0 when the  | allowed, -> 0
-//           |                          |   second has no input eps) |
+//           |                          |  second's state reads no   |
+//           |                          |  epsilon: nothing to block)|
 //   2       | blocked                  | allowed, -> 2              | allowed, -> 0
 //
 // so every pair of matching operand paths gives exactly one path of the result.
@@ -59,9 +60,10 @@ class FSTComposeRep
   fst::set<int> const& input_alphabet() const override { return _first->input_alphabet(); }
   fst::set<int> const& output_alphabet() const override { return _second->output_alphabet(); }
   using FSTGenericInt::arcs_out;
-  // Unsorted requests are driven by the operand with fewer arcs at the state; a request sorted
-  // by input by the first operand and one sorted by output by the second, so the arcs come out
-  // nearly in that order.
+  // A lazy operand (whose arc count is unknown) drives the matching, else the side a label
+  // restriction applies to, else the one with fewer arcs at the state. Sorted requests drive the
+  // same way and sort the state's arcs afterwards: a lazy operand probed label by label would
+  // compute its arcs again for every label.
   FSTArcIter arcs_out(int p, FSTArcOrder order = FSTArcOrderAny) const override;
   FSTArcIter arcs_out_with_input(int p, int label, FSTArcMode m = FSTArcModeEqual) const override;
   FSTArcIter arcs_out_with_output(int p, int label, FSTArcMode m = FSTArcModeEqual) const override;
