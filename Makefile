@@ -6,7 +6,7 @@ CMAKE_FLAGS ?=
 
 FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 60
-FUZZ_TARGETS ?= model text jsgf binary mmap
+FUZZ_TARGETS ?= model text jsgf binary mmap expression
 
 .PHONY: all setup build build-asan run test test-release test-asan bench install format clean fuzz
 
@@ -44,7 +44,7 @@ fuzz:
 	@T2SFST_NEED_CLANG=1 scripts/setup.sh
 	CC=clang CXX=clang++ cmake -S . -B $(FUZZ_BUILD) -DCMAKE_BUILD_TYPE=RelWithDebInfo \
 	  -DT2SFST_FUZZ=ON -DT2SFST_SANITIZE=ON -DT2SFST_TESTS=OFF -DT2SFST_BENCHMARKS=OFF
-	cmake --build $(FUZZ_BUILD) -j $(JOBS) --target fuzz_model fuzz_text fuzz_jsgf fuzz_binary fuzz_mmap
+	cmake --build $(FUZZ_BUILD) -j $(JOBS) $(addprefix --target fuzz_,$(FUZZ_TARGETS))
 	@for t in $(FUZZ_TARGETS); do \
 	  mkdir -p $(FUZZ_BUILD)/corpus/$$t $(FUZZ_BUILD)/findings/$$t; \
 	  echo "== fuzz_$$t for $(FUZZ_SECONDS) s"; \

@@ -52,11 +52,21 @@ FSTGeneric LoadInput(char const* command, std::string const& path) {
   if (!path.empty() && path != "-") {
     struct stat info;
     char const* problem = nullptr;
-    if (stat(path.c_str(), &info) != 0) problem = std::strerror(errno);
+    int error = 0;
+    if (stat(path.c_str(), &info) != 0) problem = "", error = errno;
     else if (S_ISDIR(info.st_mode)) problem = "it is a directory";
-    else if (!std::ifstream(path)) problem = std::strerror(errno);
+    else if (!std::ifstream(path)) problem = "", error = errno;
     if (problem) {
-      std::fprintf(stderr, "t2sfst %s: cannot read %s: %s\n", command, path.c_str(), problem);
+      // Not a readable file: perhaps an expression over files.
+      FSTGeneric m;
+      std::string messages;
+      if (!*problem && FSTExpression(path, m, messages)) return m;
+      std::fprintf(stderr, "t2sfst %s: cannot read %s: %s\n", command, path.c_str(),
+                   *problem ? problem : std::strerror(error));
+      // A plain name fails as an expression for the same reason: say it once.
+      if (!*problem && messages != "can't read file " + path + "\n")
+        std::fprintf(stderr, "  (nor parse it as an expression: %s)\n",
+                     messages.substr(0, messages.find('\n')).c_str());
       return FSTGeneric();
     }
   }
@@ -69,10 +79,6 @@ std::string folder_of(std::string const& path) {
   size_t slash = path.rfind('/');
   return slash == std::string::npos ? "." : path.substr(0, slash == 0 ? 1 : slash);
 }
-
-}  // namespace
-
-namespace {
 
 // The model at path as a machine, or null when the file is not a model.
 FSTGeneric ModelMachine(std::string const& path) {

@@ -69,14 +69,35 @@ void print_help(FILE* out) {
   std::fprintf(out,
                "usage: t2sfst COMMAND [ARGS...]\n"
                "       t2sfst --help | --version\n"
-               "       t2sfst help COMMAND\n\n"
+               "       t2sfst help COMMAND | expressions\n\n"
                "Weighted finite-state transducer toolkit and JSGF-to-T2S model builder.\n\n"
                "commands:\n");
   for (Command const& c : commands) std::fprintf(out, "  %-10s %s\n", c.name, c.summary);
   std::fprintf(out,
-               "\nIN is a machine file (standard input when absent or \"-\"). The label alphabet\n"
-               "can be preloaded from the file named by FST_LABELS_FILE.\n");
+               "\nIN is a machine file of any format, or an expression over machine files (see\n"
+               "'t2sfst help expressions'); standard input when absent or \"-\". The label\n"
+               "alphabet can be preloaded from the file named by FST_LABELS_FILE.\n");
 }
+
+char const* const expressions_help =
+    "Wherever a command reads a machine, an expression over machine files may stand instead\n"
+    "(quote it for the shell). The result is lazy: states are computed as they are read.\n\n"
+    "  a @ b           composition: a's outputs read by b (binds tighter than |)\n"
+    "  a | b | c       union of all operands\n"
+    "  <t> a | <u:v> b union with tags: <t> brackets a with <t> and </t> on both sides,\n"
+    "                  <in:out> picks each side, <in:> the input side only, <:out> the output\n"
+    "  ( e )           grouping\n"
+    "  invert(e)       inputs and outputs swapped, weights inverted\n"
+    "  det(e [, limit [, delta]])   determinization (limit 1, delta 0.001 by default)\n"
+    "  re(e [, tolerance])          epsilon removal as an acceptor (tolerance 0.001)\n"
+    "  cache(e)        keep the arcs computed;  lru(e, n)  keep those of the last n states\n"
+    "  ngram_det(e), ngram_invert(e)  n-gram model determinization and inversion\n\n"
+    "A file is a bare name of letters, digits and . _ - / + ~, or a double-quoted string\n"
+    "(\\\" and \\\\ escaped). A text that is a readable file is read as that file.\n\n"
+    "examples:\n"
+    "  t2sfst print 'det(re(<a> a.fst | <b> b.fst)) @ lex.fst'\n"
+    "  t2sfst shortestpath -n 3 'input.fst @ rules.fst @ lm.fst'\n"
+    "  t2sfst info '\"my machine.fst\" @ cache(other.fst)'\n";
 
 Command const* find_command(char const* name) {
   for (Command const& c : commands)
@@ -108,6 +129,10 @@ int main(int argc, char** argv) {
   if (!std::strcmp(first, "help")) {
     if (argc < 3) {
       print_help(stdout);
+      return 0;
+    }
+    if (!std::strcmp(argv[2], "expressions")) {
+      std::fputs(expressions_help, stdout);
       return 0;
     }
     Command const* c = find_command(argv[2]);

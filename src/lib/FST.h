@@ -12,6 +12,7 @@
 #include "FSTCompose.h"
 #include "FSTConcatenate.h"
 #include "FSTDeterminize.h"
+#include "FSTExpression.h"
 #include "FSTGeneric.h"
 #include "FSTInvert.h"
 #include "FSTJsgf.h"

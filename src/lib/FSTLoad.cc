@@ -7,12 +7,20 @@
 
 #include "FSTBasic.h"
 #include "FSTBinary.h"
+#include "FSTExpression.h"
 #include "FSTMmap.h"
 #include "FSTlib.h"
 
 namespace {
 
 using StreamLoader = FSTGeneric (*)(std::istream&, char const* header, char const* file);
+
+// The rest of the header line after its word is the expression.
+FSTGeneric load_expression_header(std::istream&, char const* header, char const*) {
+  std::string text = header;
+  size_t word = text.find("FSTExpression");
+  return FSTExpression(text.substr(word + std::strlen("FSTExpression")));
+}
 
 FSTGeneric load_basic(std::istream& is, char const* header, char const*) {
   return FSTLoadBasic(is, header);
@@ -31,7 +39,7 @@ struct HeaderReader {
 HeaderReader const header_readers[] = {
     {"FSTBasic", load_basic}, {"FSTBinary", load_binary}, {"FSTDynamic", nullptr},
     {"FSTMmap", FSTLoadMmap}, {"FSTNgram2", nullptr},     {"FSTNgram3", nullptr},
-    {"FSTRtn", nullptr},      {"FSTExpression", nullptr},
+    {"FSTRtn", nullptr},      {"FSTExpression", load_expression_header},
 };
 
 char const* printable(char const* file) { return file ? file : "(null)"; }
@@ -72,11 +80,8 @@ FSTGeneric dispatch(std::istream& is, char const* file) {
   return m;
 }
 
-// Where machine-algebra expressions will be parsed; until the expression language exists,
-// nothing parses and the argument is taken as a file name.
-bool load_expression(char const*, FSTGeneric&, std::string& error) {
-  error = "expressions are not available in this build of t2sfst";
-  return false;
+bool load_expression(char const* source, FSTGeneric& result, std::string& error) {
+  return FSTExpression(source, result, error);
 }
 
 }  // namespace
