@@ -34,5 +34,8 @@ int RunProject(int argc, char** argv);
 int RunReverse(int argc, char** argv);
 int RunClosure(int argc, char** argv);
 int RunShortestPath(int argc, char** argv);
+int RunNgramCompile(int argc, char** argv);
+int RunNgramScore(int argc, char** argv);
+int RunNgramPack(int argc, char** argv);
 
 #endif

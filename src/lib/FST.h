@@ -21,6 +21,12 @@
 #include "FSTLoad.h"
 #include "FSTMinimize.h"
 #include "FSTMmap.h"
+#include "FSTNgram.h"
+#include "FSTNgram2.h"
+#include "FSTNgram3.h"
+#include "FSTNgramOps.h"
+#include "FSTNgramPacked.h"
+#include "FSTMd5.h"
 #include "FSTOptimize.h"
 #include "FSTPushWeights.h"
 #include "FSTRemoveEpsilons.h"
@@ -31,5 +37,6 @@
 #include "FSTTopologicalSort.h"
 #include "FSTUnion.h"
 #include "FSTlib.h"
+#include "sq.h"
 
 #endif

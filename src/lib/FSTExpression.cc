@@ -13,6 +13,7 @@
 #include "FSTDeterminize.h"
 #include "FSTInvert.h"
 #include "FSTLoad.h"
+#include "FSTNgramOps.h"
 #include "FSTRemoveEpsilons.h"
 #include "FSTStringMap.h"
 #include "FSTUnion.h"
@@ -121,8 +122,12 @@ FSTGeneric* FSTExpressionParser::call(std::string const& function, FSTGeneric co
     return new FSTGeneric(FSTCacheLRU(e, int(values[0])));
   }
   if (function == "ngram_det" || function == "ngram_invert") {
-    _messages += "the n-gram functions (" + function + ") are not available in this build\n";
-    return nullptr;
+    if (!count_is(0, 0)) return nullptr;
+    if (!FSTNgramCast(e)) {
+      _messages += function + ": the machine is not an n-gram model\n";
+      return nullptr;
+    }
+    return new FSTGeneric(function == "ngram_det" ? FSTNgramDeterminize(e) : FSTNgramInvert(e));
   }
   _messages += "syntax error before " + function + "\n";
   return nullptr;

@@ -9,6 +9,8 @@
 #include "FSTBinary.h"
 #include "FSTExpression.h"
 #include "FSTMmap.h"
+#include "FSTNgram2.h"
+#include "FSTNgram3.h"
 #include "FSTlib.h"
 
 namespace {
@@ -20,6 +22,14 @@ FSTGeneric load_expression_header(std::istream&, char const* header, char const*
   std::string text = header;
   size_t word = text.find("FSTExpression");
   return FSTExpression(text.substr(word + std::strlen("FSTExpression")));
+}
+
+FSTGeneric load_ngram2(std::istream& is, char const* header, char const*) {
+  return FSTLoadNgram2(is, header);
+}
+
+FSTGeneric load_ngram3(std::istream& is, char const* header, char const*) {
+  return FSTLoadNgram3(is, header);
 }
 
 FSTGeneric load_basic(std::istream& is, char const* header, char const*) {
@@ -38,7 +48,7 @@ struct HeaderReader {
 };
 HeaderReader const header_readers[] = {
     {"FSTBasic", load_basic}, {"FSTBinary", load_binary}, {"FSTDynamic", nullptr},
-    {"FSTMmap", FSTLoadMmap}, {"FSTNgram2", nullptr},     {"FSTNgram3", nullptr},
+    {"FSTMmap", FSTLoadMmap}, {"FSTNgram2", load_ngram2},  {"FSTNgram3", load_ngram3},
     {"FSTRtn", nullptr},      {"FSTExpression", load_expression_header},
 };
 

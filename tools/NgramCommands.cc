@@ -1,0 +1,107 @@
+// Back-off n-gram models: compiling ARPA files, scoring text, packing models.
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <unordered_set>
+
+#include "CommandSupport.h"
+#include "Commands.h"
+
+int RunNgramCompile(int argc, char** argv) {
+  Arguments args(argc, argv, {}, {});
+  if (!args.ok || args.positional.size() != 2) return UsageError("ngram-compile", "give ARPA OUT");
+  std::ifstream in(args.positional[0]);
+  if (!in) {
+    std::fprintf(stderr, "t2sfst ngram-compile: cannot read %s\n", args.positional[0].c_str());
+    return 1;
+  }
+  OutputFile output("ngram-compile", args.positional[1]);
+  if (!output.ok()) return 1;
+  FSTGeneric model;
+  std::string error;
+  if (!FSTNgramReadArpa(in, args.positional[0].c_str(), model, error)) {
+    std::fprintf(stderr, "t2sfst ngram-compile: %s\n", error.c_str());
+    return 1;
+  }
+  FSTNgramCast(model)->dump_ngram(output.stream());
+  return output.commit() ? 0 : 1;
+}
+
+namespace {
+
+FSTNgramRep const* LoadModel(char const* command, std::string const& path, FSTGeneric& holder) {
+  holder = LoadInput(command, path);
+  if (!holder) return nullptr;
+  FSTNgramRep const* model = FSTNgramCast(holder);
+  if (!model) std::fprintf(stderr, "t2sfst %s: %s is not an n-gram model\n", command, path.c_str());
+  return model;
+}
+
+}  // namespace
+
+int RunNgramScore(int argc, char** argv) {
+  Arguments args(argc, argv, {}, {});
+  if (!args.ok || args.positional.empty()) return UsageError("ngram-score", "give MODEL [TEXT...]");
+  FSTGeneric holder;
+  FSTNgramRep const* model = LoadModel("ngram-score", args.positional[0], holder);
+  if (!model) return 1;
+  int const start = FSTstring_map["<s>"], end = FSTstring_map["</s>"];
+  int const unknown = model->unknown_word();
+  std::vector<int> vocabulary = model->vocabulary();
+  std::unordered_set<int> known(vocabulary.begin(), vocabulary.end());
+  bool all_scored = true;
+  size_t line_number = 0;
+  // The cost -ln P of "<s> words </s>", with back-off; words outside the vocabulary are the
+  // unknown-word token, or make the line's cost infinite.
+  auto score = [&](std::string const& line) {
+    ++line_number;
+    std::istringstream words(line);
+    std::vector<int> history{start};
+    double total = 0;
+    bool scored = true;
+    for (std::string word; words >> word;) {
+      int id = FSTstring_map[word];
+      if (!known.count(id)) {
+        if (!unknown) {
+          std::fprintf(stderr, "line %zu: word '%s' is not in the vocabulary\n", line_number,
+                       word.c_str());
+          scored = false;
+          break;
+        }
+        id = unknown;
+      }
+      total += model->cost(history, id);
+      history.push_back(id);
+    }
+    if (scored) total += model->cost(history, end);
+    if (!scored || total >= 1e29) {
+      std::printf("inf\n");
+      all_scored = false;
+    } else {
+      std::printf("%.4f\n", total);
+    }
+  };
+  if (args.positional.size() > 1) {
+    for (size_t i = 1; i < args.positional.size(); ++i) score(args.positional[i]);
+  } else {
+    for (std::string line; std::getline(std::cin, line);) score(line);
+  }
+  return all_scored ? 0 : 1;
+}
+
+int RunNgramPack(int argc, char** argv) {
+  Arguments args(argc, argv, {}, {});
+  if (!args.ok || args.positional.size() != 2 || args.positional[1] == "-")
+    return UsageError("ngram-pack", "give MODEL OUT");
+  FSTGeneric holder;
+  if (!LoadModel("ngram-pack", args.positional[0], holder)) return 1;
+  OutputFile output("ngram-pack", args.positional[1]);
+  if (!output.ok()) return 1;
+  // The digest names the file the user asked for; the bytes go through the temporary one.
+  std::string digest = FSTNgramDumpPackedQuiet(holder, output.temp_path().c_str());
+  if (!output.commit()) return 1;
+  std::printf("MD5 (%s) = %s\n", args.positional[1].c_str(), digest.c_str());
+  return 0;
+}
