@@ -12,8 +12,6 @@
 // Zero-initialised at load time, so allocation works from any static constructor.
 FSTAllocator::Pools FSTAllocator::_pools;
 
-void FSTAllocator::_unmap_page(Page* page) { munmap(page->start, _pools.page_size); }
-
 void FSTAllocator::_return_to_spare_pool(Page* page) {
   page->next = _pools.spare_pages;
   _pools.spare_pages = page;
@@ -44,31 +42,42 @@ void FSTAllocator::_initialise() {
   _pools.initialised = true;
 }
 
-// A fresh page from the system; when mapping fails, from 1 MB blocks of the aligned heap whose
-// pages go back to the spare pool, never to the system.
+// A page from the spare pool, which is refilled from the system in 2 MB chunks; when mapping
+// fails, from 1 MB blocks of the aligned heap. Pages go back to the spare pool for reuse, never
+// to the system: unmapped one by one, each would stay a mapping of its own, and the kernel's
+// limit on mappings is reached long before memory runs out.
 FSTAllocator::Page* FSTAllocator::_new_page() {
   size_t const P = _pools.page_size;
-  void* memory =
-      mmap(nullptr, P, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
-  if (memory != MAP_FAILED) {
-    Page* page = static_cast<Page*>(memory);
-    page->release = _unmap_page;
-    return page;
-  }
-  if (!_pools.warned_fallback) {
-    FSTWarn("FSTAllocator: mmap failed -- using valloc");
-    _pools.warned_fallback = true;
-  }
   if (!_pools.spare_pages) {
-    char* block = static_cast<char*>(valloc(_pools.pages_per_megabyte * P));
-    if (!block) FSTFatal("FSTAllocator:: valloc failed, completely out of memory");
-    for (size_t i = _pools.pages_per_megabyte; i-- > 0;)
-      _return_to_spare_pool(reinterpret_cast<Page*>(block + i * P));
+    size_t const chunk_pages = (size_t(2) << 20) / P;
+    void* memory = mmap(nullptr, chunk_pages * P, PROT_READ | PROT_WRITE,
+                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_POPULATE, -1, 0);
+    if (memory != MAP_FAILED) {
+      char* chunk = static_cast<char*>(memory);
+      for (size_t i = chunk_pages; i-- > 0;) {
+        Page* page = reinterpret_cast<Page*>(chunk + i * P);
+        page->start = page;
+        page->release = _return_to_spare_pool;
+        _return_to_spare_pool(page);
+      }
+    } else {
+      if (!_pools.warned_fallback) {
+        FSTWarn("FSTAllocator: mmap failed -- using valloc");
+        _pools.warned_fallback = true;
+      }
+      char* block = static_cast<char*>(valloc(_pools.pages_per_megabyte * P));
+      if (!block) FSTFatal("FSTAllocator:: valloc failed, completely out of memory");
+      for (size_t i = _pools.pages_per_megabyte; i-- > 0;) {
+        Page* page = reinterpret_cast<Page*>(block + i * P);
+        page->start = page;
+        page->release = _return_to_spare_pool;
+        _return_to_spare_pool(page);
+      }
+    }
   }
   Page* page = _pools.spare_pages;
   _pools.spare_pages = page->next;
   --_pools.n_spare_pages;
-  page->release = _return_to_spare_pool;
   return page;
 }
 
@@ -79,7 +88,6 @@ void* FSTAllocator::_allocate_from_new_page(SizeClass& c, size_t units) {
     --c.n_empty;
   } else {
     page = _new_page();
-    page->start = page;
     // Thread every object into the free list in address order.
     size_t const object_bytes = units * unit_bytes;
     char* first = reinterpret_cast<char*>(page) + page_header_bytes;

@@ -1,6 +1,7 @@
 // Page-pool allocator for the toolkit's many small equally sized objects (arcs, states, set
 // nodes, short arrays): blocks of up to 16 eight-byte units come from pages dedicated to one
-// size with no per-object header; larger requests go to the general heap.
+// size with no per-object header; larger requests go to the general heap. Pages come from the
+// system in 2 MB chunks and, once released, wait in a spare pool for reuse.
 #ifndef T2SFST_FSTALLOCATOR_H
 #define T2SFST_FSTALLOCATOR_H
 
@@ -57,7 +58,6 @@ class FSTAllocator {
   static void* _allocate_from_new_page(SizeClass& c, size_t units);
   static Page* _new_page();
   static void _page_became_empty(SizeClass& c, Page* page);
-  static void _unmap_page(Page* page);
   static void _return_to_spare_pool(Page* page);
 };
 
