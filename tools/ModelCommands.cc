@@ -124,6 +124,7 @@ std::string RewriteLine(t2s_model const* model, t2s_decoder* decoder, std::strin
 }  // namespace
 
 int RunApply(int argc, char** argv) {
+  std::ios::sync_with_stdio(false);  // lines go through iostreams only: no stdio round trip
   Arguments args(argc, argv, {"--rewrite"}, {"--sep"});
   if (!args.ok || args.positional.empty()) return UsageError("apply", "give MODEL [TEXT...]");
   char error[256];
@@ -148,7 +149,7 @@ int RunApply(int argc, char** argv) {
     std::cout << out << "\n";
     if (!matched) {
       std::cout.flush();
-      std::fprintf(stderr, "line %zu: no match\n", line_number);
+      std::cerr << "line " << line_number << ": no match\n";
       all_matched = false;
     }
   };

@@ -24,6 +24,7 @@ struct t2s_model {
   arc_record* arcs;
   char* pool;
   uint32_t* string_offsets; /* where string i starts in the pool */
+  uint8_t* arc_input;       /* the arcs' input bytes alone: a state's are one cache line */
   int has_epsilon;          /* any arc with input 0 */
 };
 
@@ -119,6 +120,7 @@ void t2s_model_free(t2s_model* model) {
   free(model->arcs);
   free(model->pool);
   free(model->string_offsets);
+  free(model->arc_input);
   free(model);
 }
 
@@ -233,8 +235,16 @@ t2s_model* t2s_model_from_memory(const void* data, size_t size, char* error, siz
     state_record s = model->states[i];
     qsort(model->arcs + s.first_arc, s.end_arc - s.first_arc, sizeof(arc_record), by_input);
   }
-  for (uint32_t i = 0; i < model->num_arcs; ++i)
+  model->arc_input = (uint8_t*)malloc(model->num_arcs ? model->num_arcs : 1);
+  if (!model->arc_input) {
+    fail(error, error_size, "out of memory loading a model");
+    t2s_model_free(model);
+    return NULL;
+  }
+  for (uint32_t i = 0; i < model->num_arcs; ++i) {
+    model->arc_input[i] = model->arcs[i].input;
     if (model->arcs[i].input == 0) model->has_epsilon = 1;
+  }
   if (model->has_epsilon) {
     int64_t state = negative_epsilon_cycle(model);
     if (state != -1) {
@@ -366,17 +376,31 @@ static void next_layer(t2s_decoder* d) {
 }
 
 /* Adds or improves the entry for state in the current layer; returns 1 when it changed. */
+/* Layers of at most this many entries are searched directly, not through the per-state stamps
+   (which cost a cache miss per step in a large model). */
+#define SMALL_LAYER 8
+
+static int improve(entry* e, uint32_t inside, float weight, int64_t from, uint32_t arc) {
+  if (inside > e->inside || (inside == e->inside && !(weight < e->weight))) return 0;
+  e->inside = inside;
+  e->weight = weight;
+  e->from = from;
+  e->arc = arc;
+  return 1;
+}
+
+/* Adds or improves the entry for state in the current layer; returns 1 when it changed. */
 static int relax(t2s_decoder* d, uint32_t state, uint32_t inside, float weight, int64_t from,
                  uint32_t arc) {
-  uint64_t mark = d->stamp[state];
-  if ((uint32_t)(mark >> 32) == d->layer) {
-    entry* e = &d->entries[d->layer_begin + (mark & 0xffffffffu)];
-    if (inside > e->inside || (inside == e->inside && !(weight < e->weight))) return 0;
-    e->inside = inside;
-    e->weight = weight;
-    e->from = from;
-    e->arc = arc;
-    return 1;
+  size_t const count = d->n_entries - d->layer_begin;
+  if (count <= SMALL_LAYER) {
+    for (size_t i = d->layer_begin; i < d->n_entries; ++i)
+      if (d->entries[i].state == state) return improve(&d->entries[i], inside, weight, from, arc);
+  } else {
+    uint64_t mark = d->stamp[state];
+    if ((uint32_t)(mark >> 32) == d->layer)
+      return improve(&d->entries[d->layer_begin + (mark & 0xffffffffu)], inside, weight, from,
+                     arc);
   }
   if (d->n_entries == d->capacity) {
     size_t capacity = d->capacity ? 2 * d->capacity : 256;
@@ -385,9 +409,15 @@ static int relax(t2s_decoder* d, uint32_t state, uint32_t inside, float weight, 
     d->entries = bigger;
     d->capacity = capacity;
   }
-  d->stamp[state] = (uint64_t)d->layer << 32 | (uint64_t)(d->n_entries - d->layer_begin);
   entry e = {state, inside, weight, from, arc};
   d->entries[d->n_entries++] = e;
+  /* A layer that outgrows direct search stamps every entry it has. */
+  if (count == SMALL_LAYER) {
+    for (size_t i = d->layer_begin; i < d->n_entries; ++i)
+      d->stamp[d->entries[i].state] = (uint64_t)d->layer << 32 | (uint64_t)(i - d->layer_begin);
+  } else if (count > SMALL_LAYER) {
+    d->stamp[state] = (uint64_t)d->layer << 32 | (uint64_t)(count);
+  }
   return 1;
 }
 
@@ -409,11 +439,16 @@ static void close_layer(t2s_decoder* d, int inside_word) {
   }
 }
 
-/* The first arc of [first, end) whose input is not below c. */
-static uint32_t first_with_input(const arc_record* arcs, uint32_t first, uint32_t end, uint8_t c) {
+/* The first arc of [first, end) whose input is not below c: a scan of the input bytes for the
+   few arcs most states have, a binary search over them for the others. */
+static uint32_t first_with_input(const uint8_t* input, uint32_t first, uint32_t end, uint8_t c) {
+  if (end - first <= 16) {
+    while (first < end && input[first] < c) ++first;
+    return first;
+  }
   while (first < end) {
     uint32_t middle = first + (end - first) / 2;
-    if (arcs[middle].input < c) first = middle + 1;
+    if (input[middle] < c) first = middle + 1;
     else end = middle;
   }
   return first;
@@ -428,8 +463,8 @@ static void consume(t2s_decoder* d, uint8_t c, int inside_word) {
   next_layer(d);
   for (size_t i = previous_begin; i < previous_end; ++i) {
     state_record s = m->states[d->entries[i].state];
-    for (uint32_t a = first_with_input(m->arcs, s.first_arc, s.end_arc, c);
-         a < s.end_arc && m->arcs[a].input == c; ++a)
+    for (uint32_t a = first_with_input(m->arc_input, s.first_arc, s.end_arc, c);
+         a < s.end_arc && m->arc_input[a] == c; ++a)
       relax(d, (uint32_t)m->arcs[a].next,
             d->entries[i].inside + (inside_word && m->arcs[a].output != 0),
             d->entries[i].weight + m->arcs[a].weight, (int64_t)i, a);
@@ -450,7 +485,7 @@ static void separate(t2s_decoder* d) {
   for (size_t i = previous_begin; i < previous_end; ++i) {
     state_record s = m->states[d->entries[i].state];
     for (int b = 0; b < 2; ++b)
-      for (uint32_t a = first_with_input(m->arcs, s.first_arc, s.end_arc, blanks[b]);
+      for (uint32_t a = first_with_input(m->arc_input, s.first_arc, s.end_arc, blanks[b]);
            a < s.end_arc && m->arcs[a].input == blanks[b]; ++a)
         relax(d, (uint32_t)m->arcs[a].next, d->entries[i].inside,
               d->entries[i].weight + m->arcs[a].weight, (int64_t)i, a);
@@ -463,7 +498,7 @@ static int can_read(const t2s_decoder* d, uint8_t c) {
   const t2s_model* m = d->model;
   for (size_t i = d->layer_begin; i < d->n_entries; ++i) {
     state_record s = m->states[d->entries[i].state];
-    uint32_t a = first_with_input(m->arcs, s.first_arc, s.end_arc, c);
+    uint32_t a = first_with_input(m->arc_input, s.first_arc, s.end_arc, c);
     if (a < s.end_arc && m->arcs[a].input == c) return 1;
   }
   return 0;
