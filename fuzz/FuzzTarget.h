@@ -1,4 +1,4 @@
-// What the fuzz targets share. A reader may stop with its specified fatal message or a named
+// What the fuzz targets share. A reader may stop with its own fatal message or a named
 // failed check: under fuzzing that is an expected outcome, not a finding, so the library's stop
 // handler unwinds back to the target instead of aborting. Everything else (a signal, a
 // sanitizer report, a hang, gigabytes from a small input) is a finding.
