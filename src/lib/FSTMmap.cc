@@ -188,16 +188,17 @@ FSTMmapRep::FSTMmapRep(std::istream& is, char const* header, char const* file)
 
   int fd = ::open(file ? file : "", O_RDONLY);
   if (fd < 0) FSTFatal("can't read file %s", _file.c_str());
-  _mapping_bytes = size_t(length - block);
-  void* mapping = mmap(nullptr, _mapping_bytes, PROT_READ, MAP_PRIVATE, fd, off_t(block));
+  size_t const bytes = size_t(length - block);
+  void* mapping = mmap(nullptr, bytes, PROT_READ, MAP_PRIVATE, fd, off_t(block));
   int error = errno;
   ::close(fd);
   if (mapping == MAP_FAILED) FSTFatal("can't mmap file %s (%s)", _file.c_str(), std::strerror(error));
-  _mapping = mapping;
-  FSTArc* arcs = static_cast<FSTArc*>(_mapping);
+  _mapping.address = mapping;
+  _mapping.bytes = bytes;
+  FSTArc* arcs = static_cast<FSTArc*>(mapping);
   _arcs.resize(size_t(n_arcs));
   for (int i = 0; i < n_arcs; ++i) _arcs[size_t(i)] = arcs + i;
-  _state_block = static_cast<unsigned char const*>(_mapping) + arc_bytes;
+  _state_block = static_cast<unsigned char const*>(mapping) + arc_bytes;
   for (int p = 0; p < n; ++p) {
     _State s = _state(p);
     if (s.first_arc < 0 || s.first_arc > s.end_arc || s.end_arc > n_arcs)
@@ -206,8 +207,10 @@ FSTMmapRep::FSTMmapRep(std::istream& is, char const* header, char const* file)
   _checked.assign(size_t(n), false);
 }
 
-FSTMmapRep::~FSTMmapRep() {
-  if (_mapping) munmap(_mapping, _mapping_bytes);
+FSTMmapRep::~FSTMmapRep() {}
+
+FSTMmapRep::_Mapping::~_Mapping() {
+  if (address) munmap(address, bytes);
 }
 
 FSTMmapRep::_State FSTMmapRep::_state(int p) const {

@@ -54,8 +54,14 @@ class FSTMmapRep : public FSTGenericInt {
   std::string _file;
   fst::set<int> _input_labels;
   fst::set<int> _output_labels;
-  void* _mapping = nullptr;
-  size_t _mapping_bytes = 0;
+  // The mapped block, unmapped when the machine goes: also when its constructor stops halfway
+  // and a harness unwinds from the stop.
+  struct _Mapping {
+    void* address = nullptr;
+    size_t bytes = 0;
+    ~_Mapping();
+  };
+  _Mapping _mapping;
   std::vector<FSTArc*> _arcs;
   unsigned char const* _state_block = nullptr;
   int _record_bytes = 16;
