@@ -79,7 +79,7 @@ void print_help(FILE* out) {
                "       t2sfst help COMMAND | expressions\n\n"
                "Weighted finite-state transducer toolkit and JSGF-to-T2S model builder.\n\n"
                "commands:\n");
-  for (Command const& c : commands) std::fprintf(out, "  %-10s %s\n", c.name, c.summary);
+  for (Command const& c : commands) std::fprintf(out, "  %-15s %s\n", c.name, c.summary);
   std::fprintf(out,
                "\nIN is a machine file of any format, or an expression over machine files (see\n"
                "'t2sfst help expressions'); standard input when absent or \"-\". The label\n"
