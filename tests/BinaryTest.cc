@@ -203,7 +203,13 @@ TEST(MmapFormat, RoundTripsLayoutsAndOrders) {
   EXPECT_EXIT(FSTLoadFile(patched(0, 0x78563412)), abort,
               "^FATAL: Incorrect byte order for FSTMmap \\(78563412\\)\n");
   EXPECT_EXIT(FSTLoadFile(patched(4, 2)), abort, "^FATAL: Bad file version for FSTMmap \\(2\\)\n");
-  EXPECT_EXIT(FSTLoadFile(patched(16, 1000)), abort, "damaged|bytes after the 1000 arcs");
+  EXPECT_EXIT(FSTLoadFile(patched(16, 1000)), abort, "1000 arcs need 20000 bytes");
+  // With no state records, an arc count beyond the file sized an array of that many arcs.
+  std::string no_states = bytes;
+  int zero = 0;
+  std::memcpy(&no_states[fields + 20], &zero, 4);
+  std::ofstream(file, std::ios::binary) << no_states;
+  EXPECT_EXIT(FSTLoadFile(patched(16, 200000000)), abort, "200000000 arcs need 4000000000 bytes");
   std::string scaled = bytes;
   scaled.insert(fields - 1, " WeightScale=2");
   scaled.erase(4096, 14);  // from the zeros before the arc block, which starts at 4096

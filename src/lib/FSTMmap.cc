@@ -177,6 +177,9 @@ FSTMmapRep::FSTMmapRep(std::istream& is, char const* header, char const* file)
   // The state block follows the arcs, padded to 16 bytes; its size tells the record layout.
   long long const arc_bytes = ((long long)n_arcs * 20 + 15) / 16 * 16;
   long long const state_bytes = length - block - arc_bytes;
+  if (state_bytes < 0)  // checked before anything is sized by the arc count
+    in.fail("%d arcs need %lld bytes; the file has %lld after the arc block offset", n_arcs,
+            arc_bytes, length - block);
   if (n == 0 || state_bytes == 16LL * n) _record_bytes = 16;
   else if (state_bytes == 24LL * n) _record_bytes = 24;
   else
