@@ -5,6 +5,7 @@
 #include <map>
 
 #include "FSTStringMap.h"
+#include "FSTLoad.h"
 #include "FSTlib.h"
 
 // ---- primitives ---------------------------------------------------------------------------------
@@ -229,19 +230,7 @@ void FSTGenericInt::dump_binary(std::ostream& os) const {
 
 namespace {
 
-FSTSemiringBase const* semiring_in(char const* header) {
-  if (std::strstr(header, "PlusTimesLog")) return FSTPlusTimesLog;
-  if (std::strstr(header, "PlusTimes")) return FSTPlusTimes;
-  if (std::strstr(header, "MaxPlus")) return FSTMaxPlus;
-  return FSTMinPlus;
-}
 
-float keyword_value(char const* header, char const* keyword, char const* format, float fallback) {
-  char const* at = std::strstr(header, keyword);
-  float value = fallback;
-  if (at) std::sscanf(at, format, &value);
-  return value;
-}
 
 uint32_t big_endian_u32(unsigned char const* b) {
   return uint32_t(b[0]) << 24 | uint32_t(b[1]) << 16 | uint32_t(b[2]) << 8 | uint32_t(b[3]);
@@ -312,9 +301,9 @@ std::vector<int> load_labels(Reader& in, char const* what, fst::set<int>& labels
 FSTBinaryRep::FSTBinaryRep(std::istream& is, char const* header, char const* file) {
   if (!header) header = "";
   name = "FSTBinary";
-  _semiring = semiring_in(header);
-  float const scale = keyword_value(header, "WeightScale=", "WeightScale=%f", 1.0f);
-  float const offset = keyword_value(header, "WeightOffset=", "WeightOffset=%f", 0.0f);
+  _semiring = FSTHeaderSemiring(header);
+  float const scale = FSTHeaderValue(header, "WeightScale=", "WeightScale=%f", 1.0f);
+  float const offset = FSTHeaderValue(header, "WeightOffset=", "WeightOffset=%f", 0.0f);
   auto transform = [&](float w) {
     return (scale == 1 && offset == 0) || w == _semiring->zero ? w : w * scale + offset;
   };

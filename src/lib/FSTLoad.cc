@@ -98,6 +98,20 @@ bool load_expression(char const* source, FSTGeneric& result, std::string& error)
 
 std::istream& FSTBinaryCin() { return std::cin; }
 
+FSTSemiringBase const* FSTHeaderSemiring(char const* header) {
+  if (std::strstr(header, "PlusTimesLog")) return FSTPlusTimesLog;
+  if (std::strstr(header, "PlusTimes")) return FSTPlusTimes;
+  if (std::strstr(header, "MaxPlus")) return FSTMaxPlus;
+  return FSTMinPlus;
+}
+
+float FSTHeaderValue(char const* header, char const* keyword, char const* format, float fallback) {
+  char const* at = std::strstr(header, keyword);
+  float value = fallback;
+  if (at) std::sscanf(at, format, &value);
+  return value;
+}
+
 FSTGeneric FSTLoadStream(std::istream& is) { return dispatch(is, nullptr); }
 
 FSTGeneric FSTLoadFile(char const* file) {

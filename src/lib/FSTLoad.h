@@ -19,6 +19,12 @@ FSTGeneric FSTLoad(std::string const& source);
 // Like FSTLoad, expressions included: only the C-string form reads the file alone.
 FSTGeneric FSTLoadFile(std::string const& source);
 
+// What the readers take from a header line: the semiring named in it (the first of
+// "PlusTimesLog", "PlusTimes", "MaxPlus" found in it, else MinPlus), and the value after a
+// keyword such as "WeightScale=" (read with format), or fallback.
+FSTSemiringBase const* FSTHeaderSemiring(char const* header);
+float FSTHeaderValue(char const* header, char const* keyword, char const* format, float fallback);
+
 // Standard input as the loaders read it.
 std::istream& FSTBinaryCin();
 

@@ -10,6 +10,7 @@
 #include <istream>
 
 #include "FSTStringMap.h"
+#include "FSTLoad.h"
 #include "FSTlib.h"
 
 namespace {
@@ -93,12 +94,6 @@ void FSTGenericInt::dump_mmap(char const* file, FSTArcOrder order) const {
 
 namespace {
 
-FSTSemiringBase const* semiring_in(char const* header) {
-  if (std::strstr(header, "PlusTimesLog")) return FSTPlusTimesLog;
-  if (std::strstr(header, "PlusTimes")) return FSTPlusTimes;
-  if (std::strstr(header, "MaxPlus")) return FSTMaxPlus;
-  return FSTMinPlus;
-}
 
 // Reads the header part through the stream; damage stops with a message naming the file.
 class Reader {
@@ -150,7 +145,7 @@ FSTMmapRep::FSTMmapRep(std::istream& is, char const* header, char const* file)
     : _file(file ? file : "(null)") {
   if (!header) header = "";
   name = "FSTMmap";
-  _semiring = semiring_in(header);
+  _semiring = FSTHeaderSemiring(header);
   if (std::strstr(header, "WeightScale=")) FSTWarn("WeightScale not supported for FSTMmap");
   if (std::strstr(header, "WeightOffset=")) FSTWarn("WeightOffset not supported for FSTMmap");
   Reader in(is, file);
@@ -265,20 +260,21 @@ FSTArcIter FSTMmapRep::arcs_out(int p, FSTArcOrder o) const {
   return slice.first == slice.second ? FSTArcIter() : FSTArcIter(slice.first, slice.second);
 }
 
-FSTArcIter FSTMmapRep::arcs_out_with_input(int p, int label, FSTArcMode m) const {
-  if (_order != FSTArcOrderInput)
-    FSTFatal("FSTMmap: need order %d, but compiled with order %d", 1, int(_order));
+FSTArcIter FSTMmapRep::_select(int p, int label, FSTArcMode m, bool on_input) const {
+  FSTArcOrder const needed = on_input ? FSTArcOrderInput : FSTArcOrderOutput;
+  if (_order != needed)
+    FSTFatal("FSTMmap: need order %d, but compiled with order %d", int(needed), int(_order));
   auto slice = _slice(p);
-  auto range = _select_sorted(slice.first, slice.second, label, m, true);
+  auto range = _select_sorted(slice.first, slice.second, label, m, on_input);
   return range.first == range.second ? FSTArcIter() : FSTArcIter(range.first, range.second);
 }
 
+FSTArcIter FSTMmapRep::arcs_out_with_input(int p, int label, FSTArcMode m) const {
+  return _select(p, label, m, true);
+}
+
 FSTArcIter FSTMmapRep::arcs_out_with_output(int p, int label, FSTArcMode m) const {
-  if (_order != FSTArcOrderOutput)
-    FSTFatal("FSTMmap: need order %d, but compiled with order %d", 2, int(_order));
-  auto slice = _slice(p);
-  auto range = _select_sorted(slice.first, slice.second, label, m, false);
-  return range.first == range.second ? FSTArcIter() : FSTArcIter(range.first, range.second);
+  return _select(p, label, m, false);
 }
 
 bool FSTMmapRep::is_final(int p) const { return _state(p).final != _semiring->zero; }

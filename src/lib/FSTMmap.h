@@ -49,6 +49,8 @@ class FSTMmapRep : public FSTGenericInt {
   _State _state(int p) const;
   // The arcs of p, each checked (once) to lead to a state and carry known labels.
   std::pair<FSTArc* const*, FSTArc* const*> _slice(int p) const;
+  // The arcs of p with a label matching in mode m, by binary search in the compiled order.
+  FSTArcIter _select(int p, int label, FSTArcMode m, bool on_input) const;
 
   FSTArcOrder _order;
   std::string _file;

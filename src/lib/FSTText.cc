@@ -13,6 +13,7 @@
 
 #include "FSTBasic.h"
 #include "FSTStringMap.h"
+#include "FSTLoad.h"
 #include "FSTlib.h"
 
 namespace {
@@ -119,19 +120,7 @@ void FSTGenericInt::dump_dot(std::ostream& os, char const* title) const {
 
 namespace {
 
-FSTSemiringBase const* semiring_named_in(char const* header) {
-  if (std::strstr(header, "PlusTimesLog")) return FSTPlusTimesLog;
-  if (std::strstr(header, "PlusTimes")) return FSTPlusTimes;
-  if (std::strstr(header, "MaxPlus")) return FSTMaxPlus;
-  return FSTMinPlus;
-}
 
-float header_float(char const* header, char const* keyword, char const* format, float fallback) {
-  char const* at = std::strstr(header, keyword);
-  float value = fallback;
-  if (at) std::sscanf(at, format, &value);
-  return value;
-}
 
 // Reads "T from to [input [output [weight]]]" as sscanf's "T %d %d %1023s %1023s %f" would
 // (a longer label is cut after 1023 bytes and its rest read as the next field), without the
@@ -186,9 +175,9 @@ int label_id(char const* field) {
 
 FSTBasicRep::FSTBasicRep(std::istream& is, char const* header) {
   if (!header) header = "";
-  _init(semiring_named_in(header));
-  float const scale = header_float(header, "WeightScale=", "WeightScale=%f", 1.0f);
-  float const offset = header_float(header, "WeightOffset=", "WeightOffset=%f", 0.0f);
+  _init(FSTHeaderSemiring(header));
+  float const scale = FSTHeaderValue(header, "WeightScale=", "WeightScale=%f", 1.0f);
+  float const offset = FSTHeaderValue(header, "WeightOffset=", "WeightOffset=%f", 0.0f);
   float const zero = _semiring->zero, one = _semiring->one;
   auto transform = [&](float w) { return w == zero ? w : w * scale + offset; };
   auto grow_to = [&](int p) {
