@@ -167,10 +167,6 @@ FSTBasicRep::_State* FSTBasicRep::_state(int p) const {
   return _states[size_t(p)];
 }
 
-FSTArcIter FSTBasicRep::_iterate(FSTArc* const* begin, FSTArc* const* end) const {
-  // An empty range is the all-null iterator.
-  return begin == end ? FSTArcIter() : FSTArcIter(begin, end);
-}
 
 int FSTBasicRep::n_arcs_out(int p) const { return int(_state(p)->arcs.size()); }
 

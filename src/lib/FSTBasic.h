@@ -96,7 +96,6 @@ class FSTBasicRep : public FSTGenericInt {
   void _take_arcs(int p, FSTArcVector& v);
   void _note_labels(int input, int output);
   _State* _state(int p) const;
-  FSTArcIter _iterate(FSTArc* const* begin, FSTArc* const* end) const;
 
   // The states, freed with their arcs when the table goes: also when a constructor stops
   // halfway and a harness unwinds from the stop.

@@ -363,8 +363,8 @@ FSTBinaryRep::_State const& FSTBinaryRep::_state(int p) const {
 }
 
 FSTArcIter FSTBinaryRep::_iterate(_State const& s) const {
-  if (s.first_arc == s.end_arc) return FSTArcIter();
-  return FSTArcIter(_arc_pointers.data() + s.first_arc, _arc_pointers.data() + s.end_arc);
+  FSTArc* const* arcs = _arc_pointers.data();
+  return FSTGenericInt::_iterate(arcs + s.first_arc, arcs + s.end_arc);
 }
 
 int FSTBinaryRep::n_arcs_out(int p) const {
@@ -383,7 +383,7 @@ FSTArcIter FSTBinaryRep::arcs_out_with_input(int p, int label, FSTArcMode m) con
   _sort_arcs(FSTArcOrderInput);
   FSTArc* const* arcs = _arc_pointers.data();
   auto range = _select_sorted(arcs + s.first_arc, arcs + s.end_arc, label, m, true);
-  return range.first == range.second ? FSTArcIter() : FSTArcIter(range.first, range.second);
+  return _iterate(range);
 }
 
 FSTArcIter FSTBinaryRep::arcs_out_with_output(int p, int label, FSTArcMode m) const {
@@ -391,7 +391,7 @@ FSTArcIter FSTBinaryRep::arcs_out_with_output(int p, int label, FSTArcMode m) co
   _sort_arcs(FSTArcOrderOutput);
   FSTArc* const* arcs = _arc_pointers.data();
   auto range = _select_sorted(arcs + s.first_arc, arcs + s.end_arc, label, m, false);
-  return range.first == range.second ? FSTArcIter() : FSTArcIter(range.first, range.second);
+  return _iterate(range);
 }
 
 bool FSTBinaryRep::is_final(int p) const { return _state(p).final != _semiring->zero; }

@@ -80,6 +80,7 @@ class FSTBinaryRep : public FSTGenericInt {
   // Re-sorts every state's arcs (a warning when they were sorted the other way).
   void _sort_arcs(FSTArcOrder order) const;
   _State const& _state(int p) const;
+  using FSTGenericInt::_iterate;
   FSTArcIter _iterate(_State const& s) const;
 
   std::vector<FSTArc> _arcs;

@@ -49,9 +49,6 @@ FSTCacheRep::_Entry* FSTCacheRep::_lookup(int p) const {
   return entry;
 }
 
-FSTArcIter FSTCacheRep::_iterate(FSTArc* const* begin, FSTArc* const* end) const {
-  return begin == end ? FSTArcIter() : FSTArcIter(begin, end);
-}
 
 int FSTCacheRep::n_arcs_out(int p) const { return int(_lookup(p)->arcs.size()); }
 

@@ -60,7 +60,6 @@ class FSTCacheRep : public FSTGenericInt {
   // The entry of p, from the cache or expanded; keeps the hit and miss counts.
   _Entry* _lookup(int p) const;
   void _sort_arcs(FSTArcOrder order) const;
-  FSTArcIter _iterate(FSTArc* const* begin, FSTArc* const* end) const;
   void _clear() const;
 
   mutable FSTArcOrder _arc_order = FSTArcOrderAny;

@@ -273,6 +273,13 @@ class FSTGenericInt : public FSTReferenceCounted {
   // Sorts arc pointers by input (order 1) or output (order 2); other orders leave v as it is.
   static void _sort_arcs(FSTArcVector& v, FSTArcOrder o);
   static void _sort_arcs(FSTArc** begin, FSTArc** end, FSTArcOrder o);
+  // An iterator over stored arcs; an empty range is the all-null iterator.
+  static FSTArcIter _iterate(FSTArc* const* begin, FSTArc* const* end) {
+    return begin == end ? FSTArcIter() : FSTArcIter(begin, end);
+  }
+  static FSTArcIter _iterate(std::pair<FSTArc* const*, FSTArc* const*> range) {
+    return _iterate(range.first, range.second);
+  }
   // The sub-range of arcs sorted on their input (or output) label that mode m selects.
   static std::pair<FSTArc* const*, FSTArc* const*> _select_sorted(FSTArc* const* begin,
                                                                   FSTArc* const* end, int label,

@@ -257,7 +257,7 @@ FSTArcIter FSTMmapRep::arcs_out(int p, FSTArcOrder o) const {
   if (o != FSTArcOrderAny && o != _order)
     FSTFatal("FSTMmap: asking for order %d, but compiled with order %d", int(o), int(_order));
   auto slice = _slice(p);
-  return slice.first == slice.second ? FSTArcIter() : FSTArcIter(slice.first, slice.second);
+  return _iterate(slice);
 }
 
 FSTArcIter FSTMmapRep::_select(int p, int label, FSTArcMode m, bool on_input) const {
@@ -266,7 +266,7 @@ FSTArcIter FSTMmapRep::_select(int p, int label, FSTArcMode m, bool on_input) co
     FSTFatal("FSTMmap: need order %d, but compiled with order %d", int(needed), int(_order));
   auto slice = _slice(p);
   auto range = _select_sorted(slice.first, slice.second, label, m, on_input);
-  return range.first == range.second ? FSTArcIter() : FSTArcIter(range.first, range.second);
+  return _iterate(range);
 }
 
 FSTArcIter FSTMmapRep::arcs_out_with_input(int p, int label, FSTArcMode m) const {
