@@ -14,10 +14,15 @@
 //                                    words (N words as letters), r1 (each letter to the next),
 //                                    r2 (vowels deleted), r3 (a separator after each letter,
 //                                    read from epsilon)
+//   t2sfst_bench_inputs DIR lexicon|closure|cyclic N  DIR/FAMILY.fst and .att: the families
+//                                    that the optimisation pipeline is measured on (see
+//                                    WriteOptimizeFamily)
 //   t2sfst_bench_inputs DIR phrases N  phrases.gram: N phrases of 1-4 "spoken:written" tokens;
 //                                    phrases.txt: 200,000 lines, each one phrase (for whole-line
 //                                    decoding); recognised.txt: 200,000 lines of phrases among
 //                                    other words (for rewriting)
+#include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <random>
@@ -141,6 +146,73 @@ struct TwoFormats {
   std::vector<long> finals;
 };
 
+// Pseudo-words of 1-4 consonant-vowel syllables, as AT&T labels 1-26 (a-z); the same n words
+// for every family of one size.
+std::vector<std::vector<int>> PseudoWords(long n) {
+  std::mt19937 rng(16);
+  static int const consonants[] = {2, 3, 4, 6, 7, 8, 10, 11, 12, 13, 14, 16, 18, 19, 20, 22, 26};
+  static int const vowels[] = {1, 5, 9, 15, 21};
+  std::vector<std::vector<int>> words(static_cast<size_t>(n));
+  for (auto& w : words)
+    for (int k = 1 + int(rng() % 4); k > 0; --k) {
+      w.push_back(consonants[rng() % 17]);
+      w.push_back(vowels[rng() % 5]);
+    }
+  return words;
+}
+
+// Zipf costs: the word of rank r costs ln r (in the first arc).
+float ZipfCost(long rank) { return float(std::log(double(rank + 1))); }
+
+// lexicon: the union of n pseudo-words as chains leaving state 0, no epsilon arc.
+// closure: the Kleene closure of the union of the n words, each followed by a separator (label
+// 27): an epsilon arc into every word, all words ending in one state that returns to the start.
+// cyclic: a random deterministic acceptor of n states (alphabet 26, 3 arcs a state, random
+// costs) blown up into an equivalent nondeterministic one: two copies of each state, each arc
+// to a random copy (sometimes to both), epsilon arcs from one copy to the other.
+void WriteOptimizeFamily(std::string const& dir, std::string const& family, long n) {
+  TwoFormats out(dir, family);
+  if (family == "lexicon" || family == "closure") {
+    auto const words = PseudoWords(n);
+    bool const closure = family == "closure";
+    // The closure's words all end in state 1, which returns to 0 by an epsilon arc.
+    long next = closure ? 2 : 1;
+    for (long i = 0; i < n; ++i) {
+      auto const& w = words[size_t(i)];
+      long from = 0;
+      if (closure) out.arc(0, next, 0, 0, ZipfCost(i)), from = next++;
+      for (size_t k = 0; k < w.size(); ++k) {
+        out.arc(from, next, w[k], w[k], k || closure ? 0 : ZipfCost(i));
+        from = next++;
+      }
+      if (closure)
+        out.arc(from, 1, 27, 27);
+      else
+        out.final(from);
+    }
+    if (closure) out.arc(1, 0, 0, 0), out.final(0);
+    return;
+  }
+  std::mt19937 rng(17);
+  auto copy = [&](long q) { return 2 * q + long(rng() % 2); };
+  for (long p = 0; p < n; ++p) {
+    int labels[3];
+    for (int k = 0; k < 3; ++k) {
+      do labels[k] = 1 + int(rng() % 26);
+      while (std::count(labels, labels + k, labels[k]));
+      long q = long(rng() % unsigned(n));
+      float w = float(rng() % 16) * 0.25f;
+      for (long c = 0; c < 2; ++c) {
+        long const to = copy(q);
+        out.arc(2 * p + c, to, labels[k], labels[k], w);
+        if (rng() % 4 == 0) out.arc(2 * p + c, to ^ 1, labels[k], labels[k], w);
+      }
+    }
+    if (rng() % 3 == 0) out.arc(2 * p, 2 * p + 1, 0, 0);
+    if (rng() % 8 == 0) out.final(2 * p), out.final(2 * p + 1);
+  }
+}
+
 void WriteCompose(std::string const& dir, long n) {
   std::mt19937 rng(15);
   std::vector<std::vector<int>> words(static_cast<size_t>(n));
@@ -212,6 +284,10 @@ int main(int argc, char** argv) {
   }
   if (what == "compose") {
     WriteCompose(dir, std::stol(argv[3]));
+    return 0;
+  }
+  if (what == "lexicon" || what == "closure" || what == "cyclic") {
+    WriteOptimizeFamily(dir, what, std::stol(argv[3]));
     return 0;
   }
   if (what == "rules") {
