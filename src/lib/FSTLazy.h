@@ -97,6 +97,15 @@ class FSTLazyRep : public Base {
     return id;
   }
 
+  // A new state with no key, for a machine that keeps some states' descriptions itself (and
+  // must then never ask for their keys).
+  int _add_state_without_key() const {
+    _keys.push_back(nullptr);
+    return _n_states++;
+  }
+
+  Table const& _table() const { return _ids; }
+
   // The key of state p, which must exist.
   Key const& _state(int p) const {
     FST_ASSERT_STATE(p);

@@ -54,6 +54,7 @@ void FSTRemoveEpsilonsRep::_init() const {
   _clean();
   _pairs.clear();
   _plain_pairs.clear();
+  _alone_states.clear();
   // An input without an initial state gives a result without one.
   _initial = _fst->initial() >= 0 ? _find_or_add_state(_fst->initial(), 0) : -1;
 }
@@ -62,14 +63,40 @@ int FSTRemoveEpsilonsRep::_find_or_add_state(int q, int o) const {
   if (o == 0 && q >= 0) {
     if (size_t(q) >= _plain_pairs.size())
       _plain_pairs.resize(std::max(size_t(q) + 1, size_t(_fst->states().size())), -1);
-    if (_plain_pairs[size_t(q)] < 0) _plain_pairs[size_t(q)] = _find_or_add_state(_closure({q, 0}));
-    return _plain_pairs[size_t(q)];
+    if (_plain_pairs[size_t(q)] >= 0) return _plain_pairs[size_t(q)];
+    int id;
+    if (_alone(q)) {
+      id = _add_state_without_key();
+      _alone_states.resize(size_t(id) + 1, -1);
+      _alone_states[size_t(id)] = q;
+    } else {
+      id = _find_or_add_closure(_closure({q, 0}));
+    }
+    _plain_pairs[size_t(q)] = id;
+    return id;
   }
   auto found = _pairs.find({q, o});
   if (found != _pairs.end()) return found->second;
-  int id = _find_or_add_state(_closure({q, o}));
+  int id = _find_or_add_closure(_closure({q, o}));
   _pairs.emplace(_StateOutput{q, o}, id);
   return id;
+}
+
+bool FSTRemoveEpsilonsRep::_alone(int q) const {
+  return _fst->arcs_out_with_input(q, 0, FSTArcModeEqual).done() &&
+         !_fst->arcs_out_with_input(q, 1, FSTArcModeGreaterEqual).done();
+}
+
+// A closure that comes out as one state alone (and its weights) is that state's own closure.
+int FSTRemoveEpsilonsRep::_find_or_add_closure(_Set&& set) const {
+  if (set.size() == 3 && set[2].first.output == 0 && _alone(set[2].first.state)) {
+    int const q = set[2].first.state;
+    _Set const own{{potential_entry, _fst->potential(q)},
+                   {final_entry, _fst->final_weight(q)},
+                   {{q, 0}, _semiring->one}};
+    if (_table().key_eq()(own, set)) return _find_or_add_state(q, 0);
+  }
+  return _find_or_add_state(std::move(set));
 }
 
 // ---- closures -----------------------------------------------------------------------------------
@@ -344,6 +371,11 @@ void FSTRemoveEpsilonsRep::_add_final_arc(FSTArcList& list, int p, _StateOutput 
 
 FSTArcIter FSTRemoveEpsilonsRep::arcs_out(int p, FSTArcOrder order) const {
   FSTArcList list;
+  FST_ASSERT_STATE(p);
+  if (int q = _alone_state(p); q >= 0) {
+    _add_arcs(list, p, {q, 0}, _semiring->one);
+    return list.iter(order);
+  }
   // Discovering states adds closures to the table; the ones already there do not move.
   for (auto const& [e, w] : _state(p)) {
     if (e.state < 0) continue;
@@ -362,6 +394,9 @@ FSTArcIter FSTRemoveEpsilonsRep::arcs_out_with_output(int p, int label, FSTArcMo
 }
 
 float FSTRemoveEpsilonsRep::_entry(int p, int pseudo_state) const {
+  FST_ASSERT_STATE(p);
+  if (int q = _alone_state(p); q >= 0)
+    return pseudo_state == final_entry.state ? _fst->final_weight(q) : _fst->potential(q);
   _Set const& set = _state(p);
   _StateOutput const key{pseudo_state, 0};
   auto found = std::lower_bound(set.begin(), set.end(), key,
@@ -385,6 +420,11 @@ FSTGeneric FSTRemoveEpsilonsRep::reload(bool& changed) {
 
 void FSTRemoveEpsilonsRep::state_set(int p, fst::set<int>& out) const {
   out.clear();
+  FST_ASSERT_STATE(p);
+  if (int q = _alone_state(p); q >= 0) {
+    out.insert(q);
+    return;
+  }
   for (auto const& entry : _state(p))
     if (entry.first.state >= 0) out.insert(entry.first.state);
 }

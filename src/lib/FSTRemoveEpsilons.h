@@ -73,6 +73,13 @@ class FSTRemoveEpsilonsRep
  private:
   using FSTLazyRep::_find_or_add_state;
   int _find_or_add_state(int q, int o) const;
+  int _find_or_add_closure(_Set&& set) const;
+  // Whether input state q's closure is q alone, kept: no epsilon-input arc, and some arc.
+  bool _alone(int q) const;
+  // The input state whose closure is result state p when that is the state alone, else -1.
+  int _alone_state(int p) const {
+    return size_t(p) < _alone_states.size() ? _alone_states[size_t(p)] : -1;
+  }
   void _init() const;
   float _entry(int p, int pseudo_state) const;
 
@@ -94,6 +101,9 @@ class FSTRemoveEpsilonsRep
   // (-1 where unseen), the others in a map.
   mutable fst::vector<int> _plain_pairs;
   mutable fst::map<_StateOutput, int> _pairs;
+  // Result state -> input state, for closures of a state alone: those states have no key, so
+  // epsilon-free states cost no set, hashing or comparison.
+  mutable fst::vector<int> _alone_states;
   bool _fsa;
 };
 
