@@ -1,6 +1,6 @@
 #include "FSTPushWeights.h"
 
-#include <set>
+#include <queue>
 #include <vector>
 
 #include "FSTBasic.h"
@@ -51,7 +51,8 @@ void potentials_relaxation(fst::vector<float>& V, FSTGenericInt const& m) {
   }
 }
 
-// Settles states best first, from the final states backwards over reversed arcs.
+// Settles states best first, from the final states backwards over reversed arcs (kept in
+// compressed rows). The queue is a binary heap with stale entries skipped when popped.
 void potentials_dijkstra(fst::vector<float>& V, FSTGenericInt const& m) {
   FSTSemiringBase const& s = *m.semiring();
   int const n = m.states().size();
@@ -59,33 +60,46 @@ void potentials_dijkstra(fst::vector<float>& V, FSTGenericInt const& m) {
     int from;
     float weight;
   };
-  std::vector<std::vector<Incoming>> predecessors(static_cast<size_t>(n));
+  std::vector<size_t> first(size_t(n) + 1, 0);
   for (int p = 0; p < n; ++p)
-    for (FSTArc* a : m.arcs_out(p, FSTArcOrderAny))
-      predecessors[size_t(a->to)].push_back({p, a->weight});
-  V.resize(size_t(n));
-  auto before = [&](int a, int b) {
-    if (s.is_better(V[size_t(a)], V[size_t(b)], 0)) return true;
-    if (s.is_better(V[size_t(b)], V[size_t(a)], 0)) return false;
-    return a < b;
+    for (FSTArc* a : m.arcs_out(p, FSTArcOrderAny)) ++first[size_t(a->to) + 1];
+  for (int p = 0; p < n; ++p) first[size_t(p) + 1] += first[size_t(p)];
+  std::vector<Incoming> predecessors(first[size_t(n)]);
+  {
+    std::vector<size_t> fill(first.begin(), first.end() - 1);
+    for (int p = 0; p < n; ++p)
+      for (FSTArc* a : m.arcs_out(p, FSTArcOrderAny))
+        predecessors[fill[size_t(a->to)]++] = {p, a->weight};
+  }
+  struct Entry {
+    float weight;
+    int state;
   };
-  std::set<int, decltype(before)> queue(before);
+  // The heap's top is the best weight (ties: the lower state).
+  auto after = [&s](Entry const& a, Entry const& b) {
+    if (s.is_better(b.weight, a.weight, 0)) return true;
+    if (s.is_better(a.weight, b.weight, 0)) return false;
+    return a.state > b.state;
+  };
+  std::priority_queue<Entry, std::vector<Entry>, decltype(after)> queue(after);
+  V.resize(size_t(n));
   for (int i = 0; i < n; ++i) {
     V[size_t(i)] = m.final_weight(i);
-    if (V[size_t(i)] != s.zero) queue.insert(i);
+    if (V[size_t(i)] != s.zero) queue.push({V[size_t(i)], i});
   }
   std::vector<bool> settled(size_t(n), false);
   while (!queue.empty()) {
-    int t = *queue.begin();
-    queue.erase(queue.begin());
-    settled[size_t(t)] = true;
-    for (Incoming const& in : predecessors[size_t(t)]) {
+    Entry const top = queue.top();
+    queue.pop();
+    if (settled[size_t(top.state)] || top.weight != V[size_t(top.state)]) continue;
+    settled[size_t(top.state)] = true;
+    for (size_t i = first[size_t(top.state)]; i < first[size_t(top.state) + 1]; ++i) {
+      Incoming const& in = predecessors[i];
       if (settled[size_t(in.from)]) continue;
-      float c = s.times(V[size_t(t)], in.weight);
+      float c = s.times(top.weight, in.weight);
       if (!s.is_better(c, V[size_t(in.from)], 0)) continue;
-      queue.erase(in.from);
       V[size_t(in.from)] = c;
-      queue.insert(in.from);
+      queue.push({c, in.from});
     }
   }
 }

@@ -8,10 +8,10 @@
 namespace {
 
 // Depth-first search from the given roots over the accepted arcs; appends finished states to
-// `finished` (reverse topological order). Returns false on meeting a state still on the stack.
+// `finished` (reverse topological order). Returns false, leaving the order unfinished, on
+// meeting a state still on the stack: no caller uses the order of a cyclic machine.
 bool depth_first(FSTGenericInt const& m, FSTArcPredicate const* pred, std::vector<int> const& roots,
                  std::vector<char>& color, std::vector<int>& finished) {
-  bool acyclic = true;
   struct Frame {
     int state;
     FSTArcIter arcs;
@@ -34,7 +34,7 @@ bool depth_first(FSTGenericInt const& m, FSTArcPredicate const* pred, std::vecto
       // A self-loop does not disturb the order; callers that care look at them themselves.
       if ((pred && !(*pred)(a)) || a->to == top.state) continue;
       char& c = color[size_t(a->to)];
-      if (c == 1) acyclic = false;
+      if (c == 1) return false;
       if (c == 0) {
         c = 1;
         int t = a->to;
@@ -42,7 +42,7 @@ bool depth_first(FSTGenericInt const& m, FSTArcPredicate const* pred, std::vecto
       }
     }
   }
-  return acyclic;
+  return true;
 }
 
 bool sort_from(fst::vector<int>& order, FSTGenericInt const& m, FSTArcPredicate const* pred,
@@ -135,28 +135,40 @@ void FSTGenericInt::_dead_states_acyclic(fst::vector<int>& dead,
     if (!alive[size_t(s)]) dead.push_back(s);
 }
 
-// Alive: reachable from the initial state and reaching a final state.
+// Alive: reachable from the initial state and reaching a final state. Predecessors are kept in
+// compressed rows (one array of arcs sorted by target), not one vector per state.
 void FSTGenericInt::_dead_states_cyclic(fst::vector<int>& dead) const {
   int const n = _n_states;
-  std::vector<std::vector<int>> predecessors(static_cast<size_t>(n));
   std::vector<char> reached(size_t(n), 0), reaches(size_t(n), 0);
+  std::vector<std::pair<int, int>> edges;  // (to, from) of the reached part
   std::vector<int> work;
   if (initial() >= 0) reached[size_t(initial())] = 1, work.push_back(initial());
   while (!work.empty()) {
     int s = work.back();
     work.pop_back();
     for (FSTArc* a : arcs_out(s, FSTArcOrderAny)) {
-      predecessors[size_t(a->to)].push_back(s);
+      edges.push_back({a->to, s});
       if (!reached[size_t(a->to)]) reached[size_t(a->to)] = 1, work.push_back(a->to);
     }
   }
+  std::vector<size_t> first(size_t(n) + 1, 0);
+  for (auto const& e : edges) ++first[size_t(e.first) + 1];
+  for (int s = 0; s < n; ++s) first[size_t(s) + 1] += first[size_t(s)];
+  std::vector<int> predecessors(edges.size());
+  {
+    std::vector<size_t> fill(first.begin(), first.end() - 1);
+    for (auto const& e : edges) predecessors[fill[size_t(e.first)]++] = e.second;
+  }
+  edges = {};
   for (int s = 0; s < n; ++s)
     if (reached[size_t(s)] && is_final(s)) reaches[size_t(s)] = 1, work.push_back(s);
   while (!work.empty()) {
     int t = work.back();
     work.pop_back();
-    for (int s : predecessors[size_t(t)])
+    for (size_t i = first[size_t(t)]; i < first[size_t(t) + 1]; ++i) {
+      int s = predecessors[i];
       if (!reaches[size_t(s)]) reaches[size_t(s)] = 1, work.push_back(s);
+    }
   }
   for (int s = 0; s < n; ++s)
     if (!reached[size_t(s)] || !reaches[size_t(s)]) dead.push_back(s);
