@@ -247,6 +247,11 @@ TEST(Minimize, MinimalEquivalentAndStable) {
       "T 2 3 d , 2.01\nF 3\n");
   EXPECT_EQ(FSTMinimize(apart, 0.001f)->states().size(), 4);
   EXPECT_EQ(FSTMinimize(apart, 0.1f)->states().size(), 3);
+  // Weights within delta share a class even where a grid of width delta would part them.
+  FSTGeneric near = Text(
+      "I 0\nT 0 1 a\nT 0 2 b\nT 1 3 c\nT 1 3 d , 0.00049\nT 2 3 c\nT 2 3 d , 0.00051\nF 3\n");
+  EXPECT_EQ(FSTMinimize(near, 0.001f)->states().size(), 3);
+  EXPECT_EQ(FSTMinimize(near, 0)->states().size(), 4);
   EXPECT_EQ(FSTMinimize(Text("T 0 1 a\n"), 0.001f)->states().size(), 0);
 }
 

@@ -1,18 +1,15 @@
 #include "FSTMinimize.h"
 
 #include <algorithm>
-#include <climits>
-#include <cmath>
-#include <cstring>
+#include <cstdint>
 #include <limits>
 #include <map>
 #include <numeric>
-#include <unordered_map>
 #include <vector>
 
 #include "FSTBasic.h"
 #include "FSTPushWeights.h"
-#include "FSTTopologicalSort.h"
+#include "FSTlib.h"
 
 namespace {
 
@@ -21,40 +18,55 @@ struct Transition {
   int from, to, symbol;
 };
 
-struct SymbolKey {
-  int input, output;
-  long weight_class;
-  bool operator<(SymbolKey const& o) const {
-    if (input != o.input) return input < o.input;
-    if (output != o.output) return output < o.output;
-    return weight_class < o.weight_class;
+// Numbers weights so that weights within delta of a cluster's smallest share its number (delta
+// 0: equal weights). Clustering sorted values, unlike rounding to a grid, never parts two
+// weights that differ by float noise unless a run of such weights spans more than delta.
+// keys[i] groups values[i] (values of different keys never share a number).
+std::vector<int> weight_clusters(std::vector<std::pair<long, float>> const& keyed, float delta) {
+  std::vector<int> index(keyed.size());
+  std::iota(index.begin(), index.end(), 0);
+  std::sort(index.begin(), index.end(), [&](int a, int b) {
+    auto const &x = keyed[size_t(a)], &y = keyed[size_t(b)];
+    return x.first != y.first ? x.first < y.first : x.second < y.second;
+  });
+  std::vector<int> number(keyed.size());
+  int next = -1;
+  long key = 0;
+  float cluster_start = 0;
+  for (size_t i = 0; i < index.size(); ++i) {
+    auto const& [k, w] = keyed[size_t(index[i])];
+    if (i == 0 || k != key || !(w <= cluster_start + std::max(delta, 0.0f)))
+      ++next, key = k, cluster_start = w;
+    number[size_t(index[i])] = next;
   }
-};
-
-// Weights within delta share a class (delta 0: each value its own class).
-long weight_class(float w, float delta) {
-  if (delta <= 0) {
-    if (w == 0) w = 0;  // -0 and 0 are one weight
-    long bits = 0;
-    static_assert(sizeof(float) <= sizeof(long), "");
-    std::memcpy(&bits, &w, sizeof w);
-    return bits;
-  }
-  double q = std::floor(double(w) / double(delta) + 0.5);
-  if (q > 9e17) return 900000000000000000L;
-  if (q < -9e17) return -900000000000000000L;
-  return long(q);
+  return number;
 }
 
 struct Machine {
   int n = 0;
-  std::vector<Transition> transitions;
-  std::vector<long> final_class;  // LONG_MIN for non-final
+  std::vector<Transition> transitions;  // grouped by source state
+  std::vector<long> final_class;        // LONG_MIN for non-final
 };
+
+// The machine's states in topological order, or false when a cycle (self-loops included)
+// exists: Kahn's algorithm over the transitions.
+bool topological_order(Machine const& m, std::vector<int>& order) {
+  std::vector<int> in_degree(size_t(m.n), 0);
+  std::vector<size_t> first(size_t(m.n) + 1, 0);
+  for (Transition const& t : m.transitions) ++in_degree[size_t(t.to)], ++first[size_t(t.from) + 1];
+  for (int p = 0; p < m.n; ++p) first[size_t(p) + 1] += first[size_t(p)];
+  order.clear();
+  for (int p = 0; p < m.n; ++p)
+    if (!in_degree[size_t(p)]) order.push_back(p);
+  for (size_t i = 0; i < order.size(); ++i)
+    for (size_t j = first[size_t(order[i])]; j < first[size_t(order[i]) + 1]; ++j)
+      if (!--in_degree[size_t(m.transitions[j].to)]) order.push_back(m.transitions[j].to);
+  return int(order.size()) == m.n;
+}
 
 // ---- acyclic: merge by height, bottom up ----
 
-std::vector<int> by_height(Machine const& m, fst::vector<int> const& order) {
+std::vector<int> by_height(Machine const& m, std::vector<int> const& order) {
   std::vector<std::vector<std::pair<int, int>>> out(size_t(m.n));  // (symbol, target)
   for (Transition const& t : m.transitions) out[size_t(t.from)].push_back({t.symbol, t.to});
   std::vector<int> height(size_t(m.n), 0);
@@ -225,57 +237,104 @@ std::vector<int> bisimulation(Machine const& m) {
 }
 
 bool deterministic(Machine const& m) {
-  std::vector<std::pair<int, int>> pairs;
-  for (Transition const& t : m.transitions) pairs.push_back({t.from, t.symbol});
-  std::sort(pairs.begin(), pairs.end());
-  return std::adjacent_find(pairs.begin(), pairs.end()) == pairs.end();
+  std::vector<int> symbols;
+  for (size_t i = 0; i < m.transitions.size();) {
+    symbols.clear();
+    size_t j = i;
+    for (; j < m.transitions.size() && m.transitions[j].from == m.transitions[i].from; ++j)
+      symbols.push_back(m.transitions[j].symbol);
+    std::sort(symbols.begin(), symbols.end());
+    if (std::adjacent_find(symbols.begin(), symbols.end()) != symbols.end()) return false;
+    i = j;
+  }
+  return true;
 }
 
 }  // namespace
 
 FSTGeneric FSTMinimize(FSTGeneric m, float delta) {
-  // A private copy: trimming works in place, and the caller's machine stays as it was.
-  FSTGeneric work = FSTTrim(FSTBasic(m));
-  if (work->states().size() == 0) return work;
-  FSTSemiringBase const& s = *work->semiring();
+  FSTSemiringBase const& s = *m->semiring();
+  // The live part, renumbered densely in the old order (as trimming would), weights pushed.
+  fst::vector<int> dead;
+  m->dead_states(dead);
+  int const n_in = m->states().size();
+  std::vector<int> live(size_t(n_in), 0);
+  for (int p : dead) live[size_t(p)] = -1;
+  int n = 0;
+  for (int p = 0; p < n_in; ++p)
+    if (live[size_t(p)] == 0) live[size_t(p)] = n++;
+  if (n == 0) return FSTBasic(&s);
   fst::vector<float> potential;
-  FSTPotential(potential, work);
-  float const total = potential[size_t(work->initial())];
-  work = FSTPushWeights(work);
+  FSTPotential(potential, m);
+  FST_ASSERT(int(potential.size()) == n_in);
+
+  struct Arc {
+    int from, to, input, output;
+    float weight;
+  };
+  std::vector<Arc> arcs;
+  std::vector<float> finals(size_t(n), s.zero);
+  std::vector<char> is_final(size_t(n), 0);
+  for (int q = 0; q < n_in; ++q) {
+    int const p = live[size_t(q)];
+    if (p < 0) continue;
+    float const v = potential[size_t(q)];
+    // Paths of infinite cost have nothing to push (dividing would give NaNs).
+    bool const nothing = v == s.zero;
+    if (m->is_final(q))
+      is_final[size_t(p)] = 1,
+      finals[size_t(p)] = nothing ? m->final_weight(q) : s.divide(m->final_weight(q), v);
+    for (FSTArc* a : m->arcs_out(q, FSTArcOrderAny))
+      if (live[size_t(a->to)] >= 0)
+        arcs.push_back({p, live[size_t(a->to)], a->input, a->output,
+                        nothing ? a->weight
+                                : s.divide(s.times(a->weight, potential[size_t(a->to)]), v)});
+  }
   // Pushing divides the initial state by its potential too: put that total back where every
   // path pays it once. On a start that paths return to, that is a fresh copy of the start.
+  int start = live[size_t(m->initial())];
+  float const total = potential[size_t(m->initial())];
   if (total != s.one) {
-    int start = work->initial();
     bool entered = false;
-    for (int p : work->states())
-      for (FSTArc* a : work->arcs_out(p, FSTArcOrderAny)) entered |= a->to == start;
-    int fresh = entered ? work->add_states(1) : start;
-    FSTArcVector arcs;
-    work->arcs_out(arcs, start);
-    for (FSTArc* a : arcs) a->weight = s.times(total, a->weight);
-    work->set_arcs(fresh, arcs, FSTArcOrderAny);
-    if (work->is_final(start)) work->set_final(fresh, s.times(total, work->final_weight(start)));
-    work->set_initial(fresh);
+    for (Arc const& a : arcs) entered |= a.to == start;
+    int const fresh = entered ? n++ : start;
+    if (entered) finals.push_back(s.zero), is_final.push_back(0);
+    size_t const n_arcs = arcs.size();
+    for (size_t i = 0; i < n_arcs; ++i)
+      if (arcs[i].from == start) {
+        Arc a = arcs[i];
+        a.weight = s.times(total, a.weight), a.from = fresh;
+        if (entered) arcs.push_back(a); else arcs[i] = a;
+      }
+    if (is_final[size_t(start)])
+      is_final[size_t(fresh)] = 1, finals[size_t(fresh)] = s.times(total, finals[size_t(start)]);
+    start = fresh;
   }
 
+  // Symbols: (input, output, weight cluster); final classes: final weight clusters.
   Machine machine;
-  machine.n = work->states().size();
-  std::map<SymbolKey, int> symbols;
-  for (int p = 0; p < machine.n; ++p) {
-    machine.final_class.push_back(work->is_final(p) ? weight_class(work->final_weight(p), delta)
-                                                    : std::numeric_limits<long>::min());
-    for (FSTArc* a : work->arcs_out(p, FSTArcOrderAny)) {
-      SymbolKey key{a->input, a->output, weight_class(a->weight, delta)};
-      int symbol = symbols.emplace(key, int(symbols.size())).first->second;
-      machine.transitions.push_back({p, a->to, symbol});
-    }
+  machine.n = n;
+  {
+    std::vector<std::pair<long, float>> keyed;
+    keyed.reserve(arcs.size());
+    for (Arc const& a : arcs) keyed.push_back({long(a.input) << 32 | uint32_t(a.output), a.weight});
+    std::vector<int> symbol = weight_clusters(keyed, delta);
+    machine.transitions.reserve(arcs.size());
+    for (size_t i = 0; i < arcs.size(); ++i)
+      machine.transitions.push_back({arcs[i].from, arcs[i].to, symbol[i]});
+    // The fresh start's arcs went last: keep transitions grouped by source.
+    std::stable_sort(machine.transitions.begin(), machine.transitions.end(),
+                     [](Transition const& a, Transition const& b) { return a.from < b.from; });
+    keyed.clear();
+    for (int p = 0; p < n; ++p) keyed.push_back({is_final[size_t(p)] ? 0 : 1, finals[size_t(p)]});
+    std::vector<int> final_cluster = weight_clusters(keyed, delta);
+    for (int p = 0; p < n; ++p)
+      machine.final_class.push_back(is_final[size_t(p)] ? final_cluster[size_t(p)]
+                                                        : std::numeric_limits<long>::min());
   }
 
-  fst::vector<int> order;
-  std::vector<int> cls;
-  bool self_loops = false;
-  for (Transition const& t : machine.transitions) self_loops |= t.from == t.to;
-  if (!self_loops && FSTTopologicalSort(order, work))
+  std::vector<int> order, cls;
+  if (topological_order(machine, order))
     cls = by_height(machine, order);
   else if (deterministic(machine))
     cls = hopcroft(machine);
@@ -283,22 +342,34 @@ FSTGeneric FSTMinimize(FSTGeneric m, float delta) {
     cls = bisimulation(machine);
 
   // One state per class, numbered by first appearance; each class keeps its first member's arcs.
-  std::vector<int> number(size_t(machine.n), -1), representative;
+  std::vector<int> number(size_t(n), -1), representative;
   int n_classes = 0;
   std::vector<int> class_number(size_t(*std::max_element(cls.begin(), cls.end()) + 1), -1);
-  for (int p = 0; p < machine.n; ++p) {
+  for (int p = 0; p < n; ++p) {
     int& c = class_number[size_t(cls[size_t(p)])];
     if (c < 0) c = n_classes++, representative.push_back(p);
     number[size_t(p)] = c;
   }
+  std::vector<size_t> first_arc(size_t(n) + 1, 0);
+  for (Arc const& a : arcs) ++first_arc[size_t(a.from) + 1];
+  for (int p = 0; p < n; ++p) first_arc[size_t(p) + 1] += first_arc[size_t(p)];
+  std::vector<int> by_source(arcs.size());
+  {
+    std::vector<size_t> fill(first_arc.begin(), first_arc.end() - 1);
+    for (size_t i = 0; i < arcs.size(); ++i) by_source[fill[size_t(arcs[i].from)]++] = int(i);
+  }
   FSTGeneric result = FSTBasic(&s);
   result->add_states(n_classes);
-  result->set_initial(number[size_t(work->initial())]);
+  result->set_initial(number[size_t(start)]);
   for (int c = 0; c < n_classes; ++c) {
     int p = representative[size_t(c)];
-    if (work->is_final(p)) result->set_final(c, work->final_weight(p));
-    for (FSTArc* a : work->arcs_out(p, FSTArcOrderAny))
-      result->add_arc(c, number[size_t(a->to)], a->input, a->output, a->weight);
+    if (is_final[size_t(p)]) result->set_final(c, finals[size_t(p)]);
+    FSTArcVector out;
+    for (size_t i = first_arc[size_t(p)]; i < first_arc[size_t(p) + 1]; ++i) {
+      Arc const& a = arcs[size_t(by_source[i])];
+      out.push_back(FSTNewArc(a.input, a.output, a.weight, number[size_t(a.to)], c));
+    }
+    result->set_arcs(c, out, FSTArcOrderAny);
   }
   return result;
 }
