@@ -232,7 +232,7 @@ TEST(Determinize, AgreesWithPeerToolkit) {
     std::string in = WriteTempFile("peer_in.fst", text.str());
     std::string ours = WriteTempFile("peer_ours.fst", ""), syms = WriteTempFile("peer.syms", "");
     std::string a = WriteTempFile("peer_a.att", ""), b = WriteTempFile("peer_b.att", "");
-    ASSERT_EQ(RunCommand(tool + " rmepsilon --acceptor " + in + " | " + tool +
+    ASSERT_EQ(RunCommand(tool + " rmepsilon --acceptor --binary " + in + " | " + tool +
                          " determinize --acceptor - " + ours)
                   .status,
               0);

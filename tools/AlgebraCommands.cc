@@ -48,29 +48,29 @@ int RunConcat(int argc, char** argv) {
 }
 
 int RunInvert(int argc, char** argv) {
-  Arguments args(argc, argv, {}, {});
+  Arguments args(argc, argv, MachineOutputFlags({}), {});
   return CopyResult("invert", args, [](FSTGeneric const& m) { return FSTInvert(m); });
 }
 
 int RunProject(int argc, char** argv) {
-  Arguments args(argc, argv, {"--output"}, {});
+  Arguments args(argc, argv, MachineOutputFlags({"--output"}), {});
   FSTArcOrder side = args.has("--output") ? FSTArcOrderOutput : FSTArcOrderInput;
   return CopyResult("project", args, [side](FSTGeneric const& m) { return FSTProject(m, side, side); });
 }
 
 int RunReverse(int argc, char** argv) {
-  Arguments args(argc, argv, {}, {});
+  Arguments args(argc, argv, MachineOutputFlags({}), {});
   return CopyResult("reverse", args, [](FSTGeneric const& m) { return FSTReverse(m); });
 }
 
 int RunClosure(int argc, char** argv) {
-  Arguments args(argc, argv, {"--plus"}, {});
+  Arguments args(argc, argv, MachineOutputFlags({"--plus"}), {});
   bool plus = args.has("--plus");
   return CopyResult("closure", args, [plus](FSTGeneric const& m) { return FSTClosure(m, plus); });
 }
 
 int RunShortestPath(int argc, char** argv) {
-  Arguments args(argc, argv, {}, {"-n"});
+  Arguments args(argc, argv, MachineOutputFlags({}), {"-n"});
   int n = std::atoi(args.value("-n", "1").c_str());
   if (n < 1) return UsageError("shortestpath", "-n takes a number of paths, at least 1");
   return CopyResult("shortestpath", args, [n](FSTGeneric const& m) { return FSTShortestPath(m, n); });

@@ -71,7 +71,14 @@ bool CompileGrammar(char const* command, Arguments const& args, std::string cons
 // Exit status for wrong usage, after printing the command's usage line.
 int UsageError(char const* command, char const* message);
 
-// Loads IN, applies make to it, writes the stored result to OUT (standard output by default).
+// A machine-writing command's flags, with --binary (write the binary format instead of text).
+inline std::vector<std::string> MachineOutputFlags(std::vector<std::string> flags) {
+  flags.push_back("--binary");
+  return flags;
+}
+
+// Loads IN, applies make to it, writes the stored result to OUT (standard output by default),
+// as text or, with --binary, in the binary format.
 template <class Make>
 int CopyResult(char const* command, Arguments const& args, Make make) {
   if (!args.ok || args.positional.size() > 2) return UsageError(command, "wrong arguments");
@@ -82,7 +89,10 @@ int CopyResult(char const* command, Arguments const& args, Make make) {
   FSTGeneric m = LoadInput(command, in);
   if (!m) return 1;
   FSTGeneric result = FSTBasic(make(m));
-  result->dump_ascii(file.stream(), true);
+  if (args.has("--binary"))
+    result->dump_binary(file.stream());
+  else
+    result->dump_ascii(file.stream(), true);
   return file.commit() ? 0 : 1;
 }
 

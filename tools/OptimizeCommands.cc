@@ -16,14 +16,14 @@ float Delta(Arguments const& args) {
 }  // namespace
 
 int RunRmEpsilon(int argc, char** argv) {
-  Arguments args(argc, argv, {"--acceptor"}, {"--delta"});
+  Arguments args(argc, argv, MachineOutputFlags({"--acceptor"}), {"--delta"});
   return CopyResult("rmepsilon", args, [&](FSTGeneric const& m) {
     return FSTRemoveEpsilons(m, args.has("--acceptor"), Delta(args));
   });
 }
 
 int RunDeterminize(int argc, char** argv) {
-  Arguments args(argc, argv, {"--acceptor"}, {"--limit", "--delta"});
+  Arguments args(argc, argv, MachineOutputFlags({"--acceptor"}), {"--limit", "--delta"});
   int limit = std::atoi(args.value("--limit", "1").c_str());
   return CopyResult("determinize", args, [&](FSTGeneric const& m) {
     return FSTDeterminize(m, limit, args.has("--acceptor"), Delta(args), false);
@@ -31,7 +31,7 @@ int RunDeterminize(int argc, char** argv) {
 }
 
 int RunOptimize(int argc, char** argv) {
-  Arguments args(argc, argv, {}, {"--pipeline", "--limit", "--delta"});
+  Arguments args(argc, argv, MachineOutputFlags({}), {"--pipeline", "--limit", "--delta"});
   std::string pipeline = args.value("--pipeline", "default");
   FSTGeneric (*optimize)(FSTGeneric const&, int, float) = pipeline == "default" ? FSTOptimize
                                                           : pipeline == "2"     ? FSTOptimize2
@@ -45,23 +45,23 @@ int RunOptimize(int argc, char** argv) {
 }
 
 int RunPush(int argc, char** argv) {
-  Arguments args(argc, argv, {}, {});
+  Arguments args(argc, argv, MachineOutputFlags({}), {});
   return CopyResult("push", args, [](FSTGeneric const& m) { return FSTPushWeights(m); });
 }
 
 int RunMinimize(int argc, char** argv) {
-  Arguments args(argc, argv, {}, {"--delta"});
+  Arguments args(argc, argv, MachineOutputFlags({}), {"--delta"});
   return CopyResult("minimize", args,
                     [&](FSTGeneric const& m) { return FSTMinimize(m, Delta(args)); });
 }
 
 int RunTrim(int argc, char** argv) {
-  Arguments args(argc, argv, {}, {});
+  Arguments args(argc, argv, MachineOutputFlags({}), {});
   return CopyResult("trim", args, [](FSTGeneric const& m) { return FSTTrim(m); });
 }
 
 int RunTopsort(int argc, char** argv) {
-  Arguments args(argc, argv, {}, {});
+  Arguments args(argc, argv, MachineOutputFlags({}), {});
   return CopyResult("topsort", args, [](FSTGeneric const& m) {
     FSTGeneric sorted = FSTTopologicalSort(m);
     if (sorted->states().size() == 0 && m->states().size() > 0)
