@@ -8,7 +8,7 @@ FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 60
 FUZZ_TARGETS ?= model text jsgf binary mmap expression arpa
 
-.PHONY: all setup build build-asan run test test-release test-asan bench install format clean fuzz
+.PHONY: all setup build build-asan run test test-release test-asan bench bench-micro install format clean fuzz
 
 all: build
 
@@ -54,7 +54,12 @@ fuzz:
 	    || exit 1; \
 	done
 
+# Scale against the peer toolkit (when installed) and the model builder and runtime at growing
+# sizes; bench-micro: the library's micro-benchmarks.
 bench: build
+	bench/scale_bench.sh $(BUILD)
+
+bench-micro: build
 	$(BUILD)/bench/t2sfst_bench
 
 install: build

@@ -1,0 +1,110 @@
+#!/usr/bin/env bash
+# Scale and speed, one table per question; `make bench` runs it.
+# 1. `t2sfst optimize --pipeline A` against the peer toolkit's fstrmepsilon | fstdeterminize |
+#    fstminimize (Debian package libfst-tools; skipped when not installed), both on binary files,
+#    on three input families at each size (see t2sfst_bench_inputs): lexicon (Zipf costs, no
+#    epsilon), closure (a lexicon closure with epsilon arcs in and out of every word), cyclic (a
+#    random nondeterministic cyclic acceptor with epsilon arcs). Rounds interleave ours and the
+#    peer's; medians of wall time and peak resident memory (the peer's: its largest process).
+#    Ratios above 1 favour us: time peer/ours, memory peer/ours.
+# 2. `t2sfst make-model` on N phrases, then whole-line `apply` and `apply --rewrite` in MB of
+#    text per second, beside a hash-map lookup of the same phrases.
+# Each table ends with growth exponents: log(t2/t1) / log(n2/n1) between consecutive sizes
+# (1: linear).
+# Usage: bench/scale_bench.sh [BUILD_DIR [SIZES [ROUNDS [PHRASE_SIZES]]]]
+set -euo pipefail
+build=${1:-build} sizes=${2:-"10000 100000 1000000"} rounds=${3:-3}
+phrase_sizes=${4:-"10000 100000 1000000"}
+tool=$build/tools/t2sfst inputs=$build/bench/t2sfst_bench_inputs
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+peer=yes
+command -v fstrmepsilon >/dev/null && command -v fstcompile >/dev/null || peer=""
+
+measure() {  # command -> "seconds peak_MB"
+  local log=$work/time.log start end
+  : > "$log"
+  start=$(date +%s.%N)
+  bash -c "$1" 2>>"$log" >/dev/null
+  end=$(date +%s.%N)
+  echo "$start $end $(grep -o 'PEAK=[0-9]*' "$log" | cut -d= -f2 | sort -n | tail -1)" |
+    awk '{printf "%.3f %.1f\n", $2 - $1, $3 / 1024}'
+}
+median() { tr ' ' '\n' | grep . | sort -n | awk '{v[NR]=$1} END {print v[int((NR+1)/2)]}'; }
+ratio() { echo "$1 $2" | awk '{printf "%.2f", ($2 > 0 ? $1 / $2 : 0)}'; }
+growth() {  # "n1 v1 n2 v2" -> exponent
+  echo "$1 $2 $3 $4" | awk '{ if ($2 > 0 && $4 > 0) printf "%.2f", log($4 / $2) / log($3 / $1); else printf "-" }'
+}
+t="/usr/bin/time -f PEAK=%M"
+
+echo "== optimize --pipeline A (ours) against fstrmepsilon | fstdeterminize | fstminimize (peer)"
+[ -n "$peer" ] || echo "(the peer's tools are not installed: ours only)"
+printf '%-8s %8s %8s %8s %6s %8s %8s %6s %9s %9s\n' family size ours_s peer_s time ours_MB \
+  peer_MB mem states_o states_p
+for family in lexicon closure cyclic; do
+  growth_lines=()
+  prev=""
+  for n in $sizes; do
+    "$inputs" "$work" "$family" "$n"
+    "$tool" convert --to binary "$work/$family.fst" "$work/in.bin"
+    [ -z "$peer" ] || fstcompile "$work/$family.att" "$work/in.ofst"
+    rm -f "$work/$family.fst" "$work/$family.att"
+    os="" om="" ps="" pm=""
+    for ((r = 0; r < rounds; r++)); do
+      read -r s mb < <(measure "$t $tool optimize --pipeline A --binary $work/in.bin $work/o.bin")
+      os+="$s " om+="$mb "
+      if [ -n "$peer" ]; then
+        read -r s mb < <(measure "$t fstrmepsilon $work/in.ofst | $t fstdeterminize | \
+          $t fstminimize > $work/p.ofst")
+        ps+="$s " pm+="$mb "
+      fi
+    done
+    o_s=$(median <<<"$os") o_m=$(median <<<"$om") p_s=$(median <<<"${ps:-0}") p_m=$(median <<<"${pm:-0}")
+    states_o=$("$tool" info "$work/o.bin" | awk '/^states/ {print $2}')
+    states_p=-
+    [ -z "$peer" ] || states_p=$(fstinfo "$work/p.ofst" | awk '/^# of states/ {print $4}')
+    printf '%-8s %8s %8s %8s %6s %8s %8s %6s %9s %9s\n' "$family" "$n" "$o_s" "$p_s" \
+      "$(ratio "$p_s" "$o_s")" "$o_m" "$p_m" "$(ratio "$p_m" "$o_m")" "$states_o" "$states_p"
+    if [ -n "$prev" ]; then
+      read -r pn po_s po_m pp_s pp_m <<<"$prev"
+      growth_lines+=("$(printf '  growth %s->%s: time ours %s peer %s, memory ours %s peer %s' \
+        "$pn" "$n" "$(growth "$pn" "$po_s" "$n" "$o_s")" "$(growth "$pn" "$pp_s" "$n" "$p_s")" \
+        "$(growth "$pn" "$po_m" "$n" "$o_m")" "$(growth "$pn" "$pp_m" "$n" "$p_m")")")
+    fi
+    prev="$n $o_s $o_m $p_s $p_m"
+    rm -f "$work"/in.* "$work"/o.bin "$work"/p.ofst
+  done
+  for line in "${growth_lines[@]}"; do echo "$line"; done
+done
+
+echo
+echo "== make-model on N phrases; apply (whole lines) and apply --rewrite, against a hash map"
+printf '%-9s %8s %8s %9s %9s %11s %11s %11s\n' phrases build_s peak_MB model_MB load_s \
+  apply_MB/s rewrite_MB/s hashmap_MB/s
+prev=""
+growth_lines=()
+for n in $phrase_sizes; do
+  "$inputs" "$work" phrases "$n"
+  read -r b_s b_m < <(measure "$t $tool make-model $work/phrases.gram $work/model")
+  read -r l_s _ < <(measure "$tool apply $work/model < /dev/null")
+  as="" rs="" hs=""
+  for ((r = 0; r < rounds; r++)); do
+    read -r s _ < <(measure "$tool apply $work/model < $work/phrases.txt"); as+="$s "
+    read -r s _ < <(measure "$tool apply --rewrite $work/model < $work/recognised.txt"); rs+="$s "
+    read -r s _ < <(measure "$build/bench/t2sfst_phrase_lookup $work/phrases.gram < $work/phrases.txt")
+    hs+="$s "
+  done
+  mbps() { stat -c %s "$1" | awk -v s="$2" '{printf "%.1f", $1 / 1e6 / s}'; }
+  printf '%-9s %8s %8s %9s %9s %11s %11s %11s\n' "$n" "$b_s" "$b_m" \
+    "$(stat -c %s "$work/model" | awk '{printf "%.1f", $1 / 1e6}')" "$l_s" \
+    "$(mbps "$work/phrases.txt" "$(median <<<"$as")")" \
+    "$(mbps "$work/recognised.txt" "$(median <<<"$rs")")" \
+    "$(mbps "$work/phrases.txt" "$(median <<<"$hs")")"
+  if [ -n "$prev" ]; then
+    read -r pn pb_s pb_m <<<"$prev"
+    growth_lines+=("$(printf '  growth %s->%s: make-model time %s, memory %s' "$pn" "$n" \
+      "$(growth "$pn" "$pb_s" "$n" "$b_s")" "$(growth "$pn" "$pb_m" "$n" "$b_m")")")
+  fi
+  prev="$n $b_s $b_m"
+done
+for line in "${growth_lines[@]}"; do echo "$line"; done
