@@ -255,82 +255,68 @@ bool deterministic(Machine const& m) {
 FSTGeneric FSTMinimize(FSTGeneric m, float delta) {
   FSTSemiringBase const& s = *m->semiring();
   // The live part, renumbered densely in the old order (as trimming would), weights pushed.
+  // Arcs are read from m twice (for the classes, then for the result) rather than copied.
   fst::vector<int> dead;
   m->dead_states(dead);
   int const n_in = m->states().size();
-  std::vector<int> live(size_t(n_in), 0);
+  std::vector<int> live(size_t(n_in), 0), original;
   for (int p : dead) live[size_t(p)] = -1;
-  int n = 0;
-  for (int p = 0; p < n_in; ++p)
-    if (live[size_t(p)] == 0) live[size_t(p)] = n++;
+  for (int q = 0; q < n_in; ++q)
+    if (live[size_t(q)] == 0) live[size_t(q)] = int(original.size()), original.push_back(q);
+  int n = int(original.size());
   if (n == 0) return FSTBasic(&s);
   fst::vector<float> potential;
   FSTPotential(potential, m);
   FST_ASSERT(int(potential.size()) == n_in);
 
-  struct Arc {
-    int from, to, input, output;
-    float weight;
-  };
-  std::vector<Arc> arcs;
-  std::vector<float> finals(size_t(n), s.zero);
-  std::vector<char> is_final(size_t(n), 0);
-  for (int q = 0; q < n_in; ++q) {
-    int const p = live[size_t(q)];
-    if (p < 0) continue;
-    float const v = potential[size_t(q)];
-    // Paths of infinite cost have nothing to push (dividing would give NaNs).
-    bool const nothing = v == s.zero;
-    if (m->is_final(q))
-      is_final[size_t(p)] = 1,
-      finals[size_t(p)] = nothing ? m->final_weight(q) : s.divide(m->final_weight(q), v);
-    for (FSTArc* a : m->arcs_out(q, FSTArcOrderAny))
-      if (live[size_t(a->to)] >= 0)
-        arcs.push_back({p, live[size_t(a->to)], a->input, a->output,
-                        nothing ? a->weight
-                                : s.divide(s.times(a->weight, potential[size_t(a->to)]), v)});
-  }
   // Pushing divides the initial state by its potential too: put that total back where every
-  // path pays it once. On a start that paths return to, that is a fresh copy of the start.
+  // path pays it once. On a start that paths return to, that is a fresh copy of the start,
+  // numbered last.
   int start = live[size_t(m->initial())];
   float const total = potential[size_t(m->initial())];
+  int carrier = -1;
   if (total != s.one) {
     bool entered = false;
-    for (Arc const& a : arcs) entered |= a.to == start;
-    int const fresh = entered ? n++ : start;
-    if (entered) finals.push_back(s.zero), is_final.push_back(0);
-    size_t const n_arcs = arcs.size();
-    for (size_t i = 0; i < n_arcs; ++i)
-      if (arcs[i].from == start) {
-        Arc a = arcs[i];
-        a.weight = s.times(total, a.weight), a.from = fresh;
-        if (entered) arcs.push_back(a); else arcs[i] = a;
-      }
-    if (is_final[size_t(start)])
-      is_final[size_t(fresh)] = 1, finals[size_t(fresh)] = s.times(total, finals[size_t(start)]);
-    start = fresh;
+    for (int q : original)
+      for (FSTArc* a : m->arcs_out(q, FSTArcOrderAny)) entered |= a->to == m->initial();
+    if (entered) original.push_back(m->initial()), start = n++;
+    carrier = start;
   }
+  // Paths of infinite cost have nothing to push (dividing would give NaNs).
+  auto arc_weight = [&](int p, int q, FSTArc const* a) {
+    float const v = potential[size_t(q)];
+    float w = v == s.zero ? a->weight : s.divide(s.times(a->weight, potential[size_t(a->to)]), v);
+    return p == carrier ? s.times(total, w) : w;
+  };
+  auto final_weight = [&](int p) {
+    int const q = original[size_t(p)];
+    float const v = potential[size_t(q)];
+    float w = v == s.zero ? m->final_weight(q) : s.divide(m->final_weight(q), v);
+    return p == carrier ? s.times(total, w) : w;
+  };
 
   // Symbols: (input, output, weight cluster); final classes: final weight clusters.
   Machine machine;
   machine.n = n;
   {
     std::vector<std::pair<long, float>> keyed;
-    keyed.reserve(arcs.size());
-    for (Arc const& a : arcs) keyed.push_back({long(a.input) << 32 | uint32_t(a.output), a.weight});
+    for (int p = 0; p < n; ++p) {
+      int const q = original[size_t(p)];
+      for (FSTArc* a : m->arcs_out(q, FSTArcOrderAny)) {
+        if (live[size_t(a->to)] < 0) continue;
+        keyed.push_back({long(a->input) << 32 | uint32_t(a->output), arc_weight(p, q, a)});
+        machine.transitions.push_back({p, live[size_t(a->to)], 0});
+      }
+    }
     std::vector<int> symbol = weight_clusters(keyed, delta);
-    machine.transitions.reserve(arcs.size());
-    for (size_t i = 0; i < arcs.size(); ++i)
-      machine.transitions.push_back({arcs[i].from, arcs[i].to, symbol[i]});
-    // The fresh start's arcs went last: keep transitions grouped by source.
-    std::stable_sort(machine.transitions.begin(), machine.transitions.end(),
-                     [](Transition const& a, Transition const& b) { return a.from < b.from; });
+    for (size_t i = 0; i < symbol.size(); ++i) machine.transitions[i].symbol = symbol[i];
     keyed.clear();
-    for (int p = 0; p < n; ++p) keyed.push_back({is_final[size_t(p)] ? 0 : 1, finals[size_t(p)]});
+    for (int p = 0; p < n; ++p)
+      keyed.push_back({m->is_final(original[size_t(p)]) ? 0 : 1, final_weight(p)});
     std::vector<int> final_cluster = weight_clusters(keyed, delta);
     for (int p = 0; p < n; ++p)
-      machine.final_class.push_back(is_final[size_t(p)] ? final_cluster[size_t(p)]
-                                                        : std::numeric_limits<long>::min());
+      machine.final_class.push_back(keyed[size_t(p)].first == 0 ? final_cluster[size_t(p)]
+                                                               : std::numeric_limits<long>::min());
   }
 
   std::vector<int> order, cls;
@@ -340,6 +326,7 @@ FSTGeneric FSTMinimize(FSTGeneric m, float delta) {
     cls = hopcroft(machine);
   else
     cls = bisimulation(machine);
+  machine = Machine();
 
   // One state per class, numbered by first appearance; each class keeps its first member's arcs.
   std::vector<int> number(size_t(n), -1), representative;
@@ -350,25 +337,17 @@ FSTGeneric FSTMinimize(FSTGeneric m, float delta) {
     if (c < 0) c = n_classes++, representative.push_back(p);
     number[size_t(p)] = c;
   }
-  std::vector<size_t> first_arc(size_t(n) + 1, 0);
-  for (Arc const& a : arcs) ++first_arc[size_t(a.from) + 1];
-  for (int p = 0; p < n; ++p) first_arc[size_t(p) + 1] += first_arc[size_t(p)];
-  std::vector<int> by_source(arcs.size());
-  {
-    std::vector<size_t> fill(first_arc.begin(), first_arc.end() - 1);
-    for (size_t i = 0; i < arcs.size(); ++i) by_source[fill[size_t(arcs[i].from)]++] = int(i);
-  }
   FSTGeneric result = FSTBasic(&s);
   result->add_states(n_classes);
   result->set_initial(number[size_t(start)]);
   for (int c = 0; c < n_classes; ++c) {
-    int p = representative[size_t(c)];
-    if (is_final[size_t(p)]) result->set_final(c, finals[size_t(p)]);
+    int const p = representative[size_t(c)], q = original[size_t(p)];
+    if (m->is_final(q)) result->set_final(c, final_weight(p));
     FSTArcVector out;
-    for (size_t i = first_arc[size_t(p)]; i < first_arc[size_t(p) + 1]; ++i) {
-      Arc const& a = arcs[size_t(by_source[i])];
-      out.push_back(FSTNewArc(a.input, a.output, a.weight, number[size_t(a.to)], c));
-    }
+    for (FSTArc* a : m->arcs_out(q, FSTArcOrderAny))
+      if (live[size_t(a->to)] >= 0)
+        out.push_back(FSTNewArc(a->input, a->output, arc_weight(p, q, a),
+                                number[size_t(live[size_t(a->to)])], c));
     result->set_arcs(c, out, FSTArcOrderAny);
   }
   return result;
