@@ -78,6 +78,37 @@ TEST(Allocator, ArcPagesFillCacheAndRelease) {
   EXPECT_EQ(u.full_pages + u.mixed_pages + u.empty_pages, 0);
 }
 
+// Resident memory in MB, from /proc.
+long resident_mb() {
+  std::ifstream statm("/proc/self/statm");
+  long size = 0, resident = 0;
+  statm >> size >> resident;
+  return resident * long(getpagesize()) / 1048576;
+}
+
+// Freed pages beyond a few megabytes give their memory back, and serve later requests intact.
+TEST(Allocator, SparePagesGiveMemoryBack) {
+  expect_clean_class(2);
+  std::vector<long*> blocks(size_t(16) << 20);  // 256 MB of 16-byte blocks
+  long const before = resident_mb();
+  for (size_t i = 0; i < blocks.size(); ++i) {
+    blocks[i] = static_cast<long*>(FSTAllocator::_allocate(2));
+    *blocks[i] = long(i);
+  }
+  long const full = resident_mb();
+  EXPECT_GE(full - before, 200);
+  for (long* b : blocks) FSTAllocator::_deallocate(b, 2);
+  FSTAllocator::gc();
+  EXPECT_LT(resident_mb() - before, 100);
+  for (size_t i = 0; i < blocks.size(); ++i) {
+    blocks[i] = static_cast<long*>(FSTAllocator::_allocate(2));
+    *blocks[i] = long(i);
+  }
+  for (size_t i = 0; i < blocks.size(); ++i) ASSERT_EQ(*blocks[i], long(i));
+  for (long* b : blocks) FSTAllocator::_deallocate(b, 2);
+  FSTAllocator::gc();
+}
+
 TEST(Allocator, ByteInterfaceRoutesBySize) {
   EXPECT_EQ(FSTAllocator::_allocate(0), nullptr);
   FSTAllocator::deallocate(nullptr, 0);  // 0 bytes: nothing happens

@@ -3,6 +3,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <ostream>
@@ -12,10 +13,54 @@
 // Zero-initialised at load time, so allocation works from any static constructor.
 FSTAllocator::Pools FSTAllocator::_pools;
 
+namespace {
+
+// Spare pages kept resident for reuse; the excess is given back in one batch of sorted pages.
+size_t const resident_spare_bytes = size_t(32) << 20;
+
+}  // namespace
+
 void FSTAllocator::_return_to_spare_pool(Page* page) {
   page->next = _pools.spare_pages;
   _pools.spare_pages = page;
-  ++_pools.n_spare_pages;
+  if (size_t(++_pools.n_spare_pages) * _pools.page_size > 2 * resident_spare_bytes)
+    _release_spare_pages();
+}
+
+// Gives the memory of the spare pages beyond resident_spare_bytes back to the system with
+// madvise, one call per run of adjacent pages; the pages stay mapped, so the count of mappings
+// does not grow, and a released page reads as zeros when it is taken again.
+void FSTAllocator::_release_spare_pages() {
+  size_t const P = _pools.page_size, keep = resident_spare_bytes / P;
+  size_t const n = size_t(_pools.n_spare_pages) - keep;
+  if (_pools.n_released + n > _pools.released_capacity) {
+    size_t capacity = std::max(_pools.released_capacity * 2, _pools.n_released + n);
+    void* memory = mmap(nullptr, capacity * sizeof(Page*), PROT_READ | PROT_WRITE,
+                        MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) return;  // keep the pages resident instead
+    Page** grown = static_cast<Page**>(memory);
+    if (_pools.released) {
+      std::copy(_pools.released, _pools.released + _pools.n_released, grown);
+      munmap(_pools.released, _pools.released_capacity * sizeof(Page*));
+    }
+    _pools.released = grown;
+    _pools.released_capacity = capacity;
+  }
+  Page** batch = _pools.released + _pools.n_released;
+  for (size_t i = 0; i < n; ++i) {
+    batch[i] = _pools.spare_pages;
+    _pools.spare_pages = _pools.spare_pages->next;
+  }
+  _pools.n_spare_pages -= int(n);
+  std::sort(batch, batch + n);
+  for (size_t i = 0; i < n;) {
+    size_t j = i + 1;
+    while (j < n && reinterpret_cast<char*>(batch[j]) == reinterpret_cast<char*>(batch[j - 1]) + P)
+      ++j;
+    madvise(batch[i], (j - i) * P, MADV_DONTNEED);
+    i = j;
+  }
+  _pools.n_released += n;
 }
 
 size_t FSTAllocator::page_size() {
@@ -38,6 +83,8 @@ void FSTAllocator::_initialise() {
   }
   _pools.spare_pages = nullptr;
   _pools.n_spare_pages = 0;
+  _pools.released = nullptr;
+  _pools.n_released = _pools.released_capacity = 0;
   _pools.warned_fallback = false;
   _pools.initialised = true;
 }
@@ -48,6 +95,12 @@ void FSTAllocator::_initialise() {
 // limit on mappings is reached long before memory runs out.
 FSTAllocator::Page* FSTAllocator::_new_page() {
   size_t const P = _pools.page_size;
+  if (!_pools.spare_pages && _pools.n_released) {
+    Page* page = _pools.released[--_pools.n_released];
+    page->start = page;
+    page->release = _return_to_spare_pool;
+    return page;
+  }
   if (!_pools.spare_pages) {
     size_t const chunk_pages = (size_t(2) << 20) / P;
     void* memory = mmap(nullptr, chunk_pages * P, PROT_READ | PROT_WRITE,

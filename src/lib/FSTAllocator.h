@@ -1,7 +1,8 @@
 // Page-pool allocator for the toolkit's many small equally sized objects (arcs, states, set
 // nodes, short arrays): blocks of up to 16 eight-byte units come from pages dedicated to one
 // size with no per-object header; larger requests go to the general heap. Pages come from the
-// system in 2 MB chunks and, once released, wait in a spare pool for reuse.
+// system in 2 MB chunks and, once released, wait in a spare pool for reuse; past a few
+// megabytes of spare pages their memory goes back to the system (the pages stay mapped).
 #ifndef T2SFST_FSTALLOCATOR_H
 #define T2SFST_FSTALLOCATOR_H
 
@@ -59,6 +60,7 @@ class FSTAllocator {
   static Page* _new_page();
   static void _page_became_empty(SizeClass& c, Page* page);
   static void _return_to_spare_pool(Page* page);
+  static void _release_spare_pages();
 };
 
 namespace fst {
@@ -132,6 +134,10 @@ struct FSTAllocator::Pools {
   SizeClass classes[max_units + 1];
   Page* spare_pages;
   int n_spare_pages;
+  // Spare pages beyond a few megabytes give their memory back (madvise) and wait here, in an
+  // array mapped apart from the pages (a released page must not be written to).
+  Page** released;
+  size_t n_released, released_capacity;
   bool warned_fallback;
 };
 
