@@ -129,6 +129,20 @@ TEST(Potential, BestWeightsToAFinalState) {
         EXPECT_TRUE(s->is_equal(V[size_t(p)], BestToFinal(m, p), 1e-4f))
             << s->name << " state " << p << ": " << V[size_t(p)] << "\n"
             << Describe(m);
+      // Pushing in place writes what a pushed copy holds, and never into a shared machine.
+      std::ostringstream copied, in_place, shared;
+      FSTPushWeights(m)->dump_ascii(copied, true);
+      m->dump_ascii(shared, true);
+      FSTGeneric kept = m;
+      FSTGeneric pushed = FSTPushWeightsInPlace(m);
+      EXPECT_NE(pushed.get(), m.get());
+      kept->dump_ascii(in_place, true);
+      EXPECT_EQ(in_place.str(), shared.str());
+      pushed = FSTPushWeightsInPlace(FSTBasic(m));
+      in_place.str("");
+      pushed->dump_ascii(in_place, true);
+      EXPECT_EQ(in_place.str(), copied.str());
+
       FSTGeneric with = FSTPotential(m);
       EXPECT_EQ(with.get(), m.get());  // a mutable machine gets them in place
       for (int p : m->states()) EXPECT_EQ(m->potential(p), V[size_t(p)]);

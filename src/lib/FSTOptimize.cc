@@ -15,7 +15,7 @@ FSTGeneric Pipeline(FSTGeneric const& in, int limit, float delta, bool acceptor,
   FSTGeneric m = in;
   if (push_first) m = FSTPushWeights(m);
   m = FSTBasic(FSTRemoveEpsilons(m, acceptor, epsilon_tolerance));
-  if (!push_first) m = FSTPushWeights(m);
+  if (!push_first) m = FSTPushWeightsInPlace(std::move(m));
   m = FSTBasic(FSTDeterminize(m, limit, acceptor, delta, false));
   return FSTMinimize(m, delta);
 }

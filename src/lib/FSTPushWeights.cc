@@ -156,3 +156,23 @@ FSTGeneric FSTPushWeights(FSTGeneric const& m) {
   }
   return pushed;
 }
+
+FSTGeneric FSTPushWeightsInPlace(FSTGeneric m) {
+  auto stored = dynamic_cast<FSTBasicRep*>(m.get());
+  if (!stored || m->reference_count() != 1) return FSTPushWeights(m);
+  fst::vector<float> potential;
+  FSTPotential(potential, m);
+  FST_ASSERT(int(potential.size()) == m->n_states());
+  FSTSemiringBase const& s = *m->semiring();
+  for (int p = 0; p < m->n_states(); ++p) {
+    float const v = potential[size_t(p)];
+    bool const dead = v == s.zero;
+    if (m->is_final(p)) m->set_final(p, dead ? m->final_weight(p) : s.divide(m->final_weight(p), v));
+    m->set_potential(p, s.one);  // as on the fresh states of a copy
+    if (dead) continue;
+    // The stored machine's iterator walks its own arcs.
+    for (FSTArc* a : m->arcs_out(p, FSTArcOrderAny))
+      a->weight = s.divide(s.times(a->weight, potential[size_t(a->to)]), v);
+  }
+  return m;
+}

@@ -16,4 +16,8 @@ FSTGeneric FSTPotential(FSTGeneric m);
 // weight by f / V[s], so every state's best path to a final state weighs one.
 FSTGeneric FSTPushWeights(FSTGeneric const& m);
 
+// The same weights as FSTPushWeights, written into m when m is a stored machine that no other
+// handle shares (saving a copy of the whole machine); otherwise FSTPushWeights(m).
+FSTGeneric FSTPushWeightsInPlace(FSTGeneric m);
+
 #endif
