@@ -1,6 +1,7 @@
 #include "FSTMinimize.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <limits>
 #include <map>
@@ -23,21 +24,29 @@ struct Transition {
 // weights that differ by float noise unless a run of such weights spans more than delta.
 // keys[i] groups values[i] (values of different keys never share a number).
 std::vector<int> weight_clusters(std::vector<std::pair<long, float>> const& keyed, float delta) {
-  std::vector<int> index(keyed.size());
-  std::iota(index.begin(), index.end(), 0);
-  std::sort(index.begin(), index.end(), [&](int a, int b) {
-    auto const &x = keyed[size_t(a)], &y = keyed[size_t(b)];
-    return x.first != y.first ? x.first < y.first : x.second < y.second;
+  // Sorted as records, not as indices into keyed: the sort then reads memory in order.
+  struct Record {
+    long key;
+    float weight;
+    int index;
+  };
+  std::vector<Record> records(keyed.size());
+  for (size_t i = 0; i < keyed.size(); ++i)
+    records[i] = {keyed[i].first, keyed[i].second, int(i)};
+  // NaNs (which compare with nothing) go last, each a cluster of its own.
+  auto weight_less = [](float a, float b) { return a < b || (!std::isnan(a) && std::isnan(b)); };
+  std::sort(records.begin(), records.end(), [&](Record const& x, Record const& y) {
+    return x.key != y.key ? x.key < y.key : weight_less(x.weight, y.weight);
   });
   std::vector<int> number(keyed.size());
   int next = -1;
   long key = 0;
   float cluster_start = 0;
-  for (size_t i = 0; i < index.size(); ++i) {
-    auto const& [k, w] = keyed[size_t(index[i])];
-    if (i == 0 || k != key || !(w <= cluster_start + std::max(delta, 0.0f)))
-      ++next, key = k, cluster_start = w;
-    number[size_t(index[i])] = next;
+  for (size_t i = 0; i < records.size(); ++i) {
+    Record const& r = records[i];
+    if (i == 0 || r.key != key || !(r.weight <= cluster_start + std::max(delta, 0.0f)))
+      ++next, key = r.key, cluster_start = r.weight;
+    number[size_t(r.index)] = next;
   }
   return number;
 }
@@ -163,9 +172,16 @@ std::vector<int> hopcroft(Machine const& m) {
   // Cords: transitions grouped by symbol.
   int const mm = int(m.transitions.size());
   RefinablePartition cords(mm, marked, touched);
-  std::sort(cords.elements.begin(), cords.elements.end(), [&](int a, int b) {
-    return m.transitions[size_t(a)].symbol < m.transitions[size_t(b)].symbol;
-  });
+  {
+    // Transitions by symbol: a counting sort, as symbols are numbered densely.
+    int n_symbols = 0;
+    for (Transition const& t : m.transitions) n_symbols = std::max(n_symbols, t.symbol + 1);
+    std::vector<int> start(size_t(n_symbols) + 1, 0);
+    for (Transition const& t : m.transitions) ++start[size_t(t.symbol) + 1];
+    for (int k = 0; k < n_symbols; ++k) start[size_t(k) + 1] += start[size_t(k)];
+    for (int t = 0; t < int(m.transitions.size()); ++t)
+      cords.elements[size_t(start[size_t(m.transitions[size_t(t)].symbol)]++)] = t;
+  }
   if (mm) {
     cords.z = 0;
     int symbol = m.transitions[size_t(cords.elements[0])].symbol;
