@@ -4,9 +4,11 @@
 
 #include "FSTGeneric.h"
 
-// The machine is copied, trimmed and weight-pushed; then states are merged by their futures,
-// each arc's (input, output, weight) being one symbol and finality with its final weight one
-// more, weights equal within delta (delta 0: exactly).
+// The live part of the machine is read with its weights pushed (nothing is copied); then states
+// are merged by their futures, each arc's (input, output, weight) being one symbol and finality
+// with its final weight one more. Weights share a symbol when they fall in one cluster: sorted,
+// each cluster spans at most delta from its smallest weight (delta 0: equal weights).
+// Cost: O(m log m) time for the symbols plus the merging below; about 40 bytes per arc at peak.
 //
 // What it guarantees: the result accepts the same weighted language (weights within delta).
 // On a machine deterministic in those symbols (no state with two arcs of one input, output and
