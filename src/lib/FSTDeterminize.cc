@@ -91,6 +91,8 @@ void FSTDeterminizeRep::_init() const {
   _pair_index.clear();
   _plain_pair_index.clear();
   _pairs.clear();
+  _single_pair_of_state.clear();
+  _single_state_of_pair.clear();
   _initial = -1;
   int i = _fst->initial();
   if (i < 0) return;
@@ -118,12 +120,23 @@ int FSTDeterminizeRep::_lookup_pair(int state, int label) const {
 }
 
 int FSTDeterminizeRep::_find_or_add_subset(_TripleSet&& subset) const {
-  int before = _n_states;
-  int id = _find_or_add_state(std::move(subset));
-  if (id < before) return id;
   FSTSemiringBase const& s = *_semiring;
+  int id = -1;
+  if (subset.size() == 1 && (*subset.begin()).weight == s.one) {
+    int const pair = (*subset.begin()).pair;
+    if (size_t(pair) >= _single_state_of_pair.size())
+      _single_state_of_pair.resize(std::max(size_t(pair) + 1, _pairs.size()), -1);
+    if (_single_state_of_pair[size_t(pair)] >= 0) return _single_state_of_pair[size_t(pair)];
+    id = _single_state_of_pair[size_t(pair)] = _add_state_without_key();
+    _single_pair_of_state.resize(size_t(id) + 1, -1);
+    _single_pair_of_state[size_t(id)] = pair;
+  } else {
+    int before = _n_states;
+    id = _find_or_add_state(std::move(subset));
+    if (id < before) return id;
+  }
   _StateWeights w{s.zero, s.zero};
-  _state(id).for_each([&](_TripleSet::_Triple const& t) {
+  _for_each_triple(id, [&](_TripleSet::_Triple const& t) {
     _Pair const& pair = _pairs[size_t(t.pair)];
     if (pair.state >= 0) {
       if (pair.label == 0 && _fst->is_final(pair.state))
@@ -139,15 +152,30 @@ int FSTDeterminizeRep::_find_or_add_subset(_TripleSet&& subset) const {
   return id;
 }
 
+template <class F>
+void FSTDeterminizeRep::_for_each_triple(int p, F f) const {
+  FST_ASSERT_STATE(p);
+  if (size_t(p) < _single_pair_of_state.size() && _single_pair_of_state[size_t(p)] >= 0)
+    f(_TripleSet::_Triple{_single_pair_of_state[size_t(p)], _semiring->one});
+  else
+    _state(p).for_each(f);
+}
+
+int FSTDeterminizeRep::_subset_size(int p) const {
+  FST_ASSERT_STATE(p);
+  if (size_t(p) < _single_pair_of_state.size() && _single_pair_of_state[size_t(p)] >= 0) return 1;
+  return _state(p).size();
+}
+
 // ---- arcs ---------------------------------------------------------------------------------------
 
-void FSTDeterminizeRep::_collect(_TripleSet const& subset, bool& had_arcs) const {
+void FSTDeterminizeRep::_collect(int p, bool& had_arcs) const {
   FSTSemiringBase const& s = *_semiring;
   auto add = [this](_CollectionEntry const& e) {
     void* memory = FSTAllocator::allocate(sizeof(_CollectionEntry));
     _collection.push_back(new (memory) _CollectionEntry(e));
   };
-  subset.for_each([&](_TripleSet::_Triple const& t) {
+  _for_each_triple(p, [&](_TripleSet::_Triple const& t) {
     _Pair const pair = _pairs[size_t(t.pair)];
     int q = pair.state, o = pair.label;
     if (q >= 0) {
@@ -238,7 +266,7 @@ void FSTDeterminizeRep::_build_group(int p, size_t begin, size_t end, FSTArcList
 
   // Guard against endless subsets: the same pairs as p's own subset with other residuals is the
   // start of a chain that never closes (a machine that cannot be determinized).
-  if (!_full && !split && members.size() > 1 && subset.size() == _state(p).size()) {
+  if (!_full && !split && members.size() > 1 && subset.size() == _subset_size(p)) {
     bool same_pairs = true, other_residuals = false;
     for (auto i = subset.begin(), j = _state(p).begin(); !i.done(); i.next(), j.next()) {
       same_pairs &= (*i).pair == (*j).pair;
@@ -255,10 +283,9 @@ void FSTDeterminizeRep::_build_group(int p, size_t begin, size_t end, FSTArcList
 }
 
 FSTArcIter FSTDeterminizeRep::arcs_out(int p, FSTArcOrder order) const {
-  _TripleSet const& subset = _state(p);
   _free_collection();
   bool had_arcs = false;
-  _collect(subset, had_arcs);
+  _collect(p, had_arcs);
   _sort_and_merge();
   if (had_arcs) FST_ASSERT(!_collection.empty());
   FSTArcList list;
@@ -299,12 +326,12 @@ void FSTDeterminizeRep::force() const { FSTFatal("FSTDeterminizeRep::force not i
 bool FSTDeterminizeRep::is_final(int p) const { return final_weight(p) != _semiring->zero; }
 
 float FSTDeterminizeRep::final_weight(int p) const {
-  _state(p);
+  FST_ASSERT_STATE(p);
   return _weights[size_t(p)].final;
 }
 
 float FSTDeterminizeRep::potential(int p) const {
-  _state(p);
+  FST_ASSERT_STATE(p);
   return _weights[size_t(p)].potential;
 }
 
@@ -321,7 +348,7 @@ FSTGeneric FSTDeterminizeRep::reload(bool& changed) {
 
 void FSTDeterminizeRep::state_set(int p, fst::set<int>& out) const {
   out.clear();
-  _state(p).for_each([&](_TripleSet::_Triple const& t) {
+  _for_each_triple(p, [&](_TripleSet::_Triple const& t) {
     int q = _pairs[size_t(t.pair)].state;
     if (q >= 0) out.insert(q);
   });
@@ -331,7 +358,7 @@ std::string FSTDeterminizeRep::describe(int p) const {
   std::ostringstream os;
   os << "{";
   bool first = true;
-  _state(p).for_each([&](_TripleSet::_Triple const& t) {
+  _for_each_triple(p, [&](_TripleSet::_Triple const& t) {
     _Pair const& pair = _pairs[size_t(t.pair)];
     os << (first ? "" : ",") << "(" << pair.state << "," << FSTstring_map[pair.label] << ","
        << t.weight << ")";

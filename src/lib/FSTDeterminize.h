@@ -144,9 +144,13 @@ class FSTDeterminizeRep
 
   using FSTLazyRep::_find_or_add_state;
   int _find_or_add_subset(_TripleSet&& subset) const;
+  // Calls f(triple) for each triple of result state p's subset.
+  template <class F>
+  void _for_each_triple(int p, F f) const;
+  int _subset_size(int p) const;
   int _lookup_pair(int state, int label) const;
   void _init() const;
-  void _collect(_TripleSet const& subset, bool& had_arcs) const;
+  void _collect(int p, bool& had_arcs) const;
   void _sort_and_merge() const;
   void _build_group(int p, size_t begin, size_t end, FSTArcList& list) const;
   void _simple_arc(int p, _CollectionEntry const& e, float weight, FSTArcList& list) const;
@@ -158,6 +162,9 @@ class FSTDeterminizeRep
   mutable fst::vector<int> _plain_pair_index;
   mutable fst::map<_Pair, int> _pair_index;
   mutable fst::vector<_Pair> _pairs;  // by pair index
+  // Subsets of one pair with residual one (most states of a machine that is nearly
+  // deterministic) have no key: result state -> pair (-1 for keyed states) and back.
+  mutable fst::vector<int> _single_pair_of_state, _single_state_of_pair;
   mutable fst::vector<_CollectionEntry*> _collection;
   int _limit;
   bool _fsa;
