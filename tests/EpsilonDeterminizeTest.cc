@@ -131,6 +131,17 @@ TEST(Determinize, KeepsTheWeightedLanguage) {
           ++checked;
         }
   EXPECT_GT(checked, 400);
+  // Subsets of 1 to 40 states, across the storage chunks of 3 and 15 triples.
+  for (int n : {1, 3, 4, 18, 19, 40}) {
+    std::string text = "I 0\nF " + std::to_string(n + 1) + "\n";
+    for (int i = 1; i <= n; ++i)
+      text += "T 0 " + std::to_string(i) + " a\nT " + std::to_string(i) + " " +
+              std::to_string(n + 1) + " " + (i % 2 ? "b" : "c") + " , " + std::to_string(i) + "\n";
+    FSTGeneric m = Text(text);
+    FSTGeneric d = FSTBasic(FSTDeterminize(m, 1, true, 0.001f, false));
+    EXPECT_EQ(d->states().size(), 3);
+    EXPECT_TRUE(SameLanguage(FSTMinPlus, Enumerate(d, 3), Enumerate(m, 3))) << Describe(d);
+  }
 }
 
 TEST(Determinize, ResultsAreDeterministic) {

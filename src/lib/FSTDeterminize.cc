@@ -15,18 +15,19 @@ _TripleSet::_TripleSet(_TripleSet&& other) noexcept
 }
 
 _TripleSet::~_TripleSet() {
-  for (_Chunk* c = _first; c;) {
+  bool first = true;
+  for (_Chunk* c = _first; c; first = false) {
     _Chunk* next = c->next;
-    FSTAllocator::_deallocate(c, sizeof(_Chunk) / FSTAllocator::unit_bytes);
+    FSTAllocator::_deallocate(c, _chunk_units(first));
     c = next;
   }
 }
 
 void _TripleSet::add(int pair, float weight) {
-  int slot = _n % _chunk_size;
+  int const slot = _n < _first_chunk_size ? _n : (_n - _first_chunk_size) % _chunk_size;
   if (slot == 0) {
-    auto* chunk =
-        static_cast<_Chunk*>(FSTAllocator::_allocate(sizeof(_Chunk) / FSTAllocator::unit_bytes));
+    bool const first = _n == 0;
+    auto* chunk = static_cast<_Chunk*>(FSTAllocator::_allocate(_chunk_units(first)));
     chunk->next = nullptr;
     if (_last)
       _last->next = chunk;

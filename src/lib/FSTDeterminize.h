@@ -10,7 +10,8 @@
 
 namespace fst_determinize {
 
-// A subset: triples in the order they were added, in allocator chunks of 15 (128 bytes each).
+// A subset: triples in the order they were added, in allocator chunks: a first one of 3
+// (32 bytes, enough for most subsets) and then chunks of 15 (128 bytes each).
 class _TripleSet {
  public:
   struct _Triple {
@@ -33,11 +34,16 @@ class _TripleSet {
   }
 
  private:
-  static constexpr int _chunk_size = 15;
+  static constexpr int _first_chunk_size = 3, _chunk_size = 15;
+  // Chunks are allocated for their own size: the first holds _first_chunk_size triples only.
   struct _Chunk {
     _Chunk* next;
     _Triple triples[_chunk_size];
   };
+  static constexpr size_t _chunk_units(bool first) {
+    return (sizeof(_Chunk*) + (first ? _first_chunk_size : _chunk_size) * sizeof(_Triple)) /
+           FSTAllocator::unit_bytes;
+  }
 
  public:
   // Walks the triples in order.
@@ -48,13 +54,14 @@ class _TripleSet {
     _Triple const& operator*() const { return _chunk->triples[_slot]; }
     void next() {
       --_left;
-      if (++_slot == _chunk_size) _chunk = _chunk->next, _slot = 0;
+      if (++_slot == _capacity) _chunk = _chunk->next, _slot = 0, _capacity = _chunk_size;
     }
 
    private:
     _Chunk const* _chunk;
     int _left;
     int _slot = 0;
+    int _capacity = _first_chunk_size;
   };
   Cursor begin() const { return Cursor(_first, _n); }
 
