@@ -175,14 +175,16 @@ TEST(Potential, EdgeCases) {
 TEST(Optimize, PipelinesKeepTheLanguage) {
   std::mt19937 rng(43);
   using Pipeline = FSTGeneric (*)(FSTGeneric const&, int, float);
+  using Taking = FSTGeneric (*)(FSTGeneric&&, int, float);
   struct Case {
     char const* name;
     Pipeline run;
+    Taking take;
     bool acceptor;
-  } const cases[] = {{"default", FSTOptimize, false},
-                     {"2", FSTOptimize2, false},
-                     {"A", FSTOptimizeA, true},
-                     {"2A", FSTOptimize2A, true}};
+  } const cases[] = {{"default", FSTOptimize, FSTOptimize, false},
+                     {"2", FSTOptimize2, FSTOptimize2, false},
+                     {"A", FSTOptimizeA, FSTOptimizeA, true},
+                     {"2A", FSTOptimize2A, FSTOptimize2A, true}};
   for (Case const& c : cases)
     for (int round = 0; round < 60; ++round) {
       RandomMachineOptions o;
@@ -201,6 +203,13 @@ TEST(Optimize, PipelinesKeepTheLanguage) {
           SameLanguage(FSTMinPlus, Scale(FSTMinPlus, Enumerate(result, bound), V[0]), want, 2e-3f))
           << c.name << "\n"
           << Describe(m) << Describe(result);
+      // The form that takes the handle gives the same machine and leaves the handle empty.
+      FSTGeneric handed = FSTBasic(m);
+      std::ostringstream kept_text, taken_text;
+      result->dump_ascii(kept_text, true);
+      c.take(std::move(handed), 1, 0.001f)->dump_ascii(taken_text, true);
+      EXPECT_EQ(taken_text.str(), kept_text.str()) << c.name;
+      EXPECT_FALSE(handed);
       // Delta 0 compares weights exactly, and ends wherever delta 0.001 does.
       FSTGeneric exact = c.run(m, 1, 0.0f);
       EXPECT_TRUE(

@@ -78,7 +78,8 @@ inline std::vector<std::string> MachineOutputFlags(std::vector<std::string> flag
 }
 
 // Loads IN, applies make to it, writes the stored result to OUT (standard output by default),
-// as text or, with --binary, in the binary format.
+// as text or, with --binary, in the binary format. make gets the only handle on the input (as
+// an rvalue), so it may release the input early.
 template <class Make>
 int CopyResult(char const* command, Arguments const& args, Make make) {
   if (!args.ok || args.positional.size() > 2) return UsageError(command, "wrong arguments");
@@ -88,7 +89,7 @@ int CopyResult(char const* command, Arguments const& args, Make make) {
   if (!file.ok()) return 1;
   FSTGeneric m = LoadInput(command, in);
   if (!m) return 1;
-  FSTGeneric result = FSTBasic(make(m));
+  FSTGeneric result = FSTBasic(make(std::move(m)));
   if (args.has("--binary"))
     result->dump_binary(file.stream());
   else

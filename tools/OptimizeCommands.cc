@@ -33,15 +33,16 @@ int RunDeterminize(int argc, char** argv) {
 int RunOptimize(int argc, char** argv) {
   Arguments args(argc, argv, MachineOutputFlags({}), {"--pipeline", "--limit", "--delta"});
   std::string pipeline = args.value("--pipeline", "default");
-  FSTGeneric (*optimize)(FSTGeneric const&, int, float) = pipeline == "default" ? FSTOptimize
-                                                          : pipeline == "2"     ? FSTOptimize2
-                                                          : pipeline == "A"     ? FSTOptimizeA
-                                                          : pipeline == "2A"    ? FSTOptimize2A
-                                                                                : nullptr;
+  using Pipeline = FSTGeneric (*)(FSTGeneric&&, int, float);
+  Pipeline optimize = pipeline == "default" ? Pipeline(FSTOptimize)
+                      : pipeline == "2"     ? Pipeline(FSTOptimize2)
+                      : pipeline == "A"     ? Pipeline(FSTOptimizeA)
+                      : pipeline == "2A"    ? Pipeline(FSTOptimize2A)
+                                            : nullptr;
   if (!optimize) return UsageError("optimize", "--pipeline is default, 2, A or 2A");
   int limit = std::atoi(args.value("--limit", "1").c_str());
   return CopyResult("optimize", args,
-                    [&](FSTGeneric const& m) { return optimize(m, limit, Delta(args)); });
+                    [&](FSTGeneric&& m) { return optimize(std::move(m), limit, Delta(args)); });
 }
 
 int RunPush(int argc, char** argv) {

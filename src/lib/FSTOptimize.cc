@@ -11,8 +11,7 @@ namespace {
 float const epsilon_tolerance = 0.001f;
 
 // Each step's result replaces the working handle, releasing the previous machine at once.
-FSTGeneric Pipeline(FSTGeneric const& in, int limit, float delta, bool acceptor, bool push_first) {
-  FSTGeneric m = in;
+FSTGeneric Pipeline(FSTGeneric m, int limit, float delta, bool acceptor, bool push_first) {
   if (push_first) m = FSTPushWeights(m);
   m = FSTBasic(FSTRemoveEpsilons(m, acceptor, epsilon_tolerance));
   if (!push_first) m = FSTPushWeightsInPlace(std::move(m));
@@ -36,4 +35,20 @@ FSTGeneric FSTOptimizeA(FSTGeneric const& in, int limit, float delta) {
 
 FSTGeneric FSTOptimize2A(FSTGeneric const& in, int limit, float delta) {
   return Pipeline(in, limit, delta, true, true);
+}
+
+FSTGeneric FSTOptimize(FSTGeneric&& in, int limit, float delta) {
+  return Pipeline(std::move(in), limit, delta, false, false);
+}
+
+FSTGeneric FSTOptimize2(FSTGeneric&& in, int limit, float delta) {
+  return Pipeline(std::move(in), limit, delta, false, true);
+}
+
+FSTGeneric FSTOptimizeA(FSTGeneric&& in, int limit, float delta) {
+  return Pipeline(std::move(in), limit, delta, true, false);
+}
+
+FSTGeneric FSTOptimize2A(FSTGeneric&& in, int limit, float delta) {
+  return Pipeline(std::move(in), limit, delta, true, true);
 }

@@ -13,4 +13,11 @@ FSTGeneric FSTOptimize2(FSTGeneric const& in, int limit, float delta);
 FSTGeneric FSTOptimizeA(FSTGeneric const& in, int limit, float delta);
 FSTGeneric FSTOptimize2A(FSTGeneric const& in, int limit, float delta);
 
+// The same, taking the caller's handle: the input is released as soon as the first step has
+// copied it, which lowers the peak memory by the input's size when nothing else holds it.
+FSTGeneric FSTOptimize(FSTGeneric&& in, int limit, float delta);
+FSTGeneric FSTOptimize2(FSTGeneric&& in, int limit, float delta);
+FSTGeneric FSTOptimizeA(FSTGeneric&& in, int limit, float delta);
+FSTGeneric FSTOptimize2A(FSTGeneric&& in, int limit, float delta);
+
 #endif

@@ -22,7 +22,7 @@ void T2sBuildModel(FSTGeneric const& compiled, char const* model_path) {
   }
   // 7-8. Read back and optimise at the byte level.
   machine = FSTLoad(model_path);
-  machine = FSTOptimizeA(machine, 1, 0.001f);
+  machine = FSTOptimizeA(std::move(machine), 1, 0.001f);
   // 9. The final text form (kept for inspection while debugging; it does not reach the model).
   std::string final_text = FstDumpAscii(machine);
   (void)final_text;
