@@ -27,6 +27,7 @@ int main(int argc, char** argv) {
     phrases.emplace(spoken, written);
   }
   std::ios::sync_with_stdio(false);
+  std::cin.tie(nullptr);
   while (std::getline(std::cin, line)) {
     auto found = phrases.find(line);
     std::cout << (found == phrases.end() ? "" : found->second) << '\n';

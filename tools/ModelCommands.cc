@@ -125,6 +125,7 @@ std::string RewriteLine(t2s_model const* model, t2s_decoder* decoder, std::strin
 
 int RunApply(int argc, char** argv) {
   std::ios::sync_with_stdio(false);  // lines go through iostreams only: no stdio round trip
+  std::cin.tie(nullptr);             // reading a line need not flush the outputs (a write each)
   Arguments args(argc, argv, {"--rewrite"}, {"--sep"});
   if (!args.ok || args.positional.empty()) return UsageError("apply", "give MODEL [TEXT...]");
   char error[256];
