@@ -7,8 +7,13 @@
 
 typedef struct {
   uint32_t first_arc, end_arc;
+  uint32_t byte_table; /* 1 + the number of its table of arcs by byte, or 0 for none */
   uint8_t final;
 } state_record;
+
+/* States with more arcs than this get a table of where each byte's arcs begin (257 entries), so
+   that a byte is found in one step instead of a search; smaller ones are scanned. */
+#define SCANNED_ARCS 16
 
 typedef struct {
   uint8_t input;
@@ -25,6 +30,7 @@ struct t2s_model {
   char* pool;
   uint32_t* string_offsets; /* where string i starts in the pool */
   uint8_t* arc_input;       /* the arcs' input bytes alone: a state's are one cache line */
+  uint32_t* byte_tables;    /* 257 entries a table: the first arc of each byte, then the end */
   int has_epsilon;          /* any arc with input 0 */
 };
 
@@ -121,6 +127,7 @@ void t2s_model_free(t2s_model* model) {
   free(model->pool);
   free(model->string_offsets);
   free(model->arc_input);
+  free(model->byte_tables);
   free(model);
 }
 
@@ -244,6 +251,30 @@ t2s_model* t2s_model_from_memory(const void* data, size_t size, char* error, siz
   for (uint32_t i = 0; i < model->num_arcs; ++i) {
     model->arc_input[i] = model->arcs[i].input;
     if (model->arcs[i].input == 0) model->has_epsilon = 1;
+  }
+  /* Byte tables, while they take no more than the arcs themselves (else states are searched). */
+  size_t n_tables = 0;
+  for (uint32_t i = 0; i < model->num_states; ++i)
+    n_tables += model->states[i].end_arc - model->states[i].first_arc > SCANNED_ARCS;
+  if (n_tables && n_tables * 257 * sizeof(uint32_t) <= (size_t)model->num_arcs * sizeof(arc_record)) {
+    model->byte_tables = (uint32_t*)malloc(n_tables * 257 * sizeof(uint32_t));
+    if (!model->byte_tables) {
+      fail(error, error_size, "out of memory loading a model");
+      t2s_model_free(model);
+      return NULL;
+    }
+    uint32_t k = 0;
+    for (uint32_t i = 0; i < model->num_states; ++i) {
+      state_record* s = &model->states[i];
+      if (s->end_arc - s->first_arc <= SCANNED_ARCS) continue;
+      uint32_t* table = model->byte_tables + (size_t)k * 257;
+      uint32_t a = s->first_arc;
+      for (uint32_t b = 0; b < 257; ++b) {
+        while (a < s->end_arc && model->arc_input[a] < b) ++a;
+        table[b] = a;
+      }
+      s->byte_table = ++k;
+    }
   }
   if (model->has_epsilon) {
     int64_t state = negative_epsilon_cycle(model);
@@ -439,19 +470,20 @@ static void close_layer(t2s_decoder* d, int inside_word) {
   }
 }
 
-/* The first arc of [first, end) whose input is not below c: a scan of the input bytes for the
-   few arcs most states have, a binary search over them for the others. */
-static uint32_t first_with_input(const uint8_t* input, uint32_t first, uint32_t end, uint8_t c) {
-  if (end - first <= 16) {
-    while (first < end && input[first] < c) ++first;
-    return first;
+/* The arcs of state s that read c: [*first, *end). */
+static void arcs_reading(const t2s_model* m, state_record s, uint8_t c, uint32_t* first,
+                         uint32_t* end) {
+  if (s.byte_table) {
+    const uint32_t* table = m->byte_tables + (size_t)(s.byte_table - 1) * 257;
+    *first = table[c];
+    *end = table[c + 1];
+    return;
   }
-  while (first < end) {
-    uint32_t middle = first + (end - first) / 2;
-    if (input[middle] < c) first = middle + 1;
-    else end = middle;
-  }
-  return first;
+  uint32_t a = s.first_arc;
+  while (a < s.end_arc && m->arc_input[a] < c) ++a;
+  *first = a;
+  while (a < s.end_arc && m->arc_input[a] == c) ++a;
+  *end = a;
 }
 
 /* A new layer from the arcs of the current one that read c. inside_word: the byte after c is
@@ -462,9 +494,9 @@ static void consume(t2s_decoder* d, uint8_t c, int inside_word) {
   d->layer_begin = d->n_entries;
   next_layer(d);
   for (size_t i = previous_begin; i < previous_end; ++i) {
-    state_record s = m->states[d->entries[i].state];
-    for (uint32_t a = first_with_input(m->arc_input, s.first_arc, s.end_arc, c);
-         a < s.end_arc && m->arc_input[a] == c; ++a)
+    uint32_t a, end;
+    arcs_reading(m, m->states[d->entries[i].state], c, &a, &end);
+    for (; a < end; ++a)
       relax(d, (uint32_t)m->arcs[a].next,
             d->entries[i].inside + (inside_word && m->arcs[a].output != 0),
             d->entries[i].weight + m->arcs[a].weight, (int64_t)i, a);
@@ -484,11 +516,13 @@ static void separate(t2s_decoder* d) {
   static const uint8_t blanks[2] = {'\t', ' '};
   for (size_t i = previous_begin; i < previous_end; ++i) {
     state_record s = m->states[d->entries[i].state];
-    for (int b = 0; b < 2; ++b)
-      for (uint32_t a = first_with_input(m->arc_input, s.first_arc, s.end_arc, blanks[b]);
-           a < s.end_arc && m->arcs[a].input == blanks[b]; ++a)
+    for (int b = 0; b < 2; ++b) {
+      uint32_t a, end;
+      arcs_reading(m, s, blanks[b], &a, &end);
+      for (; a < end; ++a)
         relax(d, (uint32_t)m->arcs[a].next, d->entries[i].inside,
               d->entries[i].weight + m->arcs[a].weight, (int64_t)i, a);
+    }
   }
   close_layer(d, 0);
 }
@@ -497,9 +531,9 @@ static void separate(t2s_decoder* d) {
 static int can_read(const t2s_decoder* d, uint8_t c) {
   const t2s_model* m = d->model;
   for (size_t i = d->layer_begin; i < d->n_entries; ++i) {
-    state_record s = m->states[d->entries[i].state];
-    uint32_t a = first_with_input(m->arc_input, s.first_arc, s.end_arc, c);
-    if (a < s.end_arc && m->arcs[a].input == c) return 1;
+    uint32_t a, end;
+    arcs_reading(m, m->states[d->entries[i].state], c, &a, &end);
+    if (a < end) return 1;
   }
   return 0;
 }
