@@ -9,6 +9,7 @@ typedef struct {
   uint32_t first_arc, end_arc;
   uint32_t byte_table; /* 1 + the number of its table of arcs by byte, or 0 for none */
   uint8_t final;
+  uint8_t epsilon; /* it has epsilon-input arcs (sorted first) */
 } state_record;
 
 /* States with more arcs than this get a table of where each byte's arcs begin (257 entries), so
@@ -248,9 +249,11 @@ t2s_model* t2s_model_from_memory(const void* data, size_t size, char* error, siz
     t2s_model_free(model);
     return NULL;
   }
-  for (uint32_t i = 0; i < model->num_arcs; ++i) {
-    model->arc_input[i] = model->arcs[i].input;
-    if (model->arcs[i].input == 0) model->has_epsilon = 1;
+  for (uint32_t i = 0; i < model->num_arcs; ++i) model->arc_input[i] = model->arcs[i].input;
+  for (uint32_t i = 0; i < model->num_states; ++i) {
+    state_record* s = &model->states[i];
+    s->epsilon = s->first_arc < s->end_arc && model->arc_input[s->first_arc] == 0;
+    if (s->epsilon) model->has_epsilon = 1;
   }
   /* Byte tables, while they take no more than the arcs themselves (else states are searched). */
   size_t n_tables = 0;
@@ -461,7 +464,8 @@ static void close_layer(t2s_decoder* d, int inside_word) {
     int changed = 0;
     for (size_t i = d->layer_begin; i < d->n_entries; ++i) {
       state_record s = m->states[d->entries[i].state];
-      for (uint32_t a = s.first_arc; a < s.end_arc && m->arcs[a].input == 0; ++a)
+      if (!s.epsilon) continue;
+      for (uint32_t a = s.first_arc; a < s.end_arc && m->arc_input[a] == 0; ++a)
         changed |= relax(d, (uint32_t)m->arcs[a].next,
                          d->entries[i].inside + (inside_word && m->arcs[a].output != 0),
                          d->entries[i].weight + m->arcs[a].weight, (int64_t)i, a);
