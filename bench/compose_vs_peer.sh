@@ -11,17 +11,7 @@ command -v fstcompose >/dev/null || { echo "install libfst-tools for the peer's 
 probe=$build/bench/t2sfst_formats_probe tool=$build/tools/t2sfst
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-measure() {  # command -> "seconds peak_MB"
-  local log=$work/time.log start end
-  : > "$log"
-  start=$(date +%s.%N)
-  bash -c "$1" 2>>"$log" >/dev/null
-  end=$(date +%s.%N)
-  echo "$start $end $(grep -o 'PEAK=[0-9]*' "$log" | cut -d= -f2 | sort -n | tail -1)" |
-    awk '{printf "%.3f %.1f\n", $2 - $1, $3 / 1024}'
-}
-median() { sort -n | awk '{v[NR]=$1} END {print v[int((NR+1)/2)]}'; }
-t="/usr/bin/time -f PEAK=%M"
+source "$(dirname "$0")/common.sh"
 printf '%-9s %-10s %9s %9s %7s %9s %9s %7s\n' words case ours_s peer_s ratio ours_MB peer_MB ratio
 for n in $sizes; do
   "$build/bench/t2sfst_bench_inputs" "$work" compose "$n"

@@ -21,21 +21,10 @@ trap 'rm -rf "$work"' EXIT
 peer=yes
 command -v fstrmepsilon >/dev/null && command -v fstcompile >/dev/null || peer=""
 
-measure() {  # command -> "seconds peak_MB"
-  local log=$work/time.log start end
-  : > "$log"
-  start=$(date +%s.%N)
-  bash -c "$1" 2>>"$log" >/dev/null
-  end=$(date +%s.%N)
-  echo "$start $end $(grep -o 'PEAK=[0-9]*' "$log" | cut -d= -f2 | sort -n | tail -1)" |
-    awk '{printf "%.3f %.1f\n", $2 - $1, $3 / 1024}'
-}
-median() { tr ' ' '\n' | grep . | sort -n | awk '{v[NR]=$1} END {print v[int((NR+1)/2)]}'; }
-ratio() { echo "$1 $2" | awk '{printf "%.2f", ($2 > 0 ? $1 / $2 : 0)}'; }
+source "$(dirname "$0")/common.sh"
 growth() {  # "n1 v1 n2 v2" -> exponent
   echo "$1 $2 $3 $4" | awk '{ if ($2 > 0 && $4 > 0) printf "%.2f", log($4 / $2) / log($3 / $1); else printf "-" }'
 }
-t="/usr/bin/time -f PEAK=%M"
 
 echo "== optimize --pipeline A (ours) against fstrmepsilon | fstdeterminize | fstminimize (peer)"
 [ -n "$peer" ] || echo "(the peer's tools are not installed: ours only)"

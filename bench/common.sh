@@ -1,0 +1,20 @@
+# Helpers the benchmark scripts share; source it after setting $work (a scratch folder).
+
+# Runs a shell command; prints "seconds peak_MB", the peak being the largest of the processes
+# run under $t (GNU time writing PEAK=kB to standard error).
+t="/usr/bin/time -f PEAK=%M"
+measure() {
+  local log=$work/time.log start end
+  : > "$log"
+  start=$(date +%s.%N)
+  bash -c "$1" 2>>"$log" >/dev/null
+  end=$(date +%s.%N)
+  echo "$start $end $(grep -o 'PEAK=[0-9]*' "$log" | cut -d= -f2 | sort -n | tail -1)" |
+    awk '{printf "%.3f %.1f\n", $2 - $1, $3 / 1024}'
+}
+
+# The median of numbers, one a line or separated by blanks.
+median() { tr ' ' '\n' | grep . | sort -n | awk '{v[NR]=$1} END {print v[int((NR+1)/2)]}'; }
+
+# a / b with two decimals (0 when b is 0).
+ratio() { echo "$1 $2" | awk '{printf "%.2f", ($2 > 0 ? $1 / $2 : 0)}'; }
