@@ -1,5 +1,7 @@
 // Lazy epsilon removal. A result state is an epsilon closure: input states, each with at most
 // one output label still waiting to be emitted, weighted by the epsilon paths that reach them.
+// Cost: a state without epsilon arcs is its own closure and costs 16 bytes and no hashing; other
+// closures are searched over the epsilon arcs they reach, stored sorted and found by hash.
 #ifndef T2SFST_FSTREMOVEEPSILONS_H
 #define T2SFST_FSTREMOVEEPSILONS_H
 
