@@ -5,11 +5,16 @@
 #include <stdlib.h>
 #include <string.h>
 
+/* A state of at most this many arcs keeps their input bytes in its own record, so reading a
+   byte touches the state record and then the one arc it takes. */
+#define INLINE_INPUTS 10
+
 typedef struct {
   uint32_t first_arc, end_arc;
   uint32_t byte_table; /* 1 + the number of its table of arcs by byte, or 0 for none */
   uint8_t final;
   uint8_t epsilon; /* it has epsilon-input arcs (sorted first) */
+  uint8_t inputs[INLINE_INPUTS];
 } state_record;
 
 /* States with more arcs than this get a table of where each byte's arcs begin (257 entries), so
@@ -254,6 +259,8 @@ t2s_model* t2s_model_from_memory(const void* data, size_t size, char* error, siz
     state_record* s = &model->states[i];
     s->epsilon = s->first_arc < s->end_arc && model->arc_input[s->first_arc] == 0;
     if (s->epsilon) model->has_epsilon = 1;
+    if (s->end_arc - s->first_arc <= INLINE_INPUTS)
+      memcpy(s->inputs, model->arc_input + s->first_arc, s->end_arc - s->first_arc);
   }
   /* Byte tables, while they take no more than the arcs themselves (else states are searched). */
   size_t n_tables = 0;
@@ -475,18 +482,27 @@ static void close_layer(t2s_decoder* d, int inside_word) {
 }
 
 /* The arcs of state s that read c: [*first, *end). */
-static void arcs_reading(const t2s_model* m, state_record s, uint8_t c, uint32_t* first,
+static void arcs_reading(const t2s_model* m, const state_record* s, uint8_t c, uint32_t* first,
                          uint32_t* end) {
-  if (s.byte_table) {
-    const uint32_t* table = m->byte_tables + (size_t)(s.byte_table - 1) * 257;
+  uint32_t const n = s->end_arc - s->first_arc;
+  if (n <= INLINE_INPUTS) {
+    uint32_t k = 0;
+    while (k < n && s->inputs[k] < c) ++k;
+    *first = s->first_arc + k;
+    while (k < n && s->inputs[k] == c) ++k;
+    *end = s->first_arc + k;
+    return;
+  }
+  if (s->byte_table) {
+    const uint32_t* table = m->byte_tables + (size_t)(s->byte_table - 1) * 257;
     *first = table[c];
     *end = table[c + 1];
     return;
   }
-  uint32_t a = s.first_arc;
-  while (a < s.end_arc && m->arc_input[a] < c) ++a;
+  uint32_t a = s->first_arc;
+  while (a < s->end_arc && m->arc_input[a] < c) ++a;
   *first = a;
-  while (a < s.end_arc && m->arc_input[a] == c) ++a;
+  while (a < s->end_arc && m->arc_input[a] == c) ++a;
   *end = a;
 }
 
@@ -499,7 +515,7 @@ static void consume(t2s_decoder* d, uint8_t c, int inside_word) {
   next_layer(d);
   for (size_t i = previous_begin; i < previous_end; ++i) {
     uint32_t a, end;
-    arcs_reading(m, m->states[d->entries[i].state], c, &a, &end);
+    arcs_reading(m, &m->states[d->entries[i].state], c, &a, &end);
     for (; a < end; ++a)
       relax(d, (uint32_t)m->arcs[a].next,
             d->entries[i].inside + (inside_word && m->arcs[a].output != 0),
@@ -522,7 +538,7 @@ static void separate(t2s_decoder* d) {
     state_record s = m->states[d->entries[i].state];
     for (int b = 0; b < 2; ++b) {
       uint32_t a, end;
-      arcs_reading(m, s, blanks[b], &a, &end);
+      arcs_reading(m, &s, blanks[b], &a, &end);
       for (; a < end; ++a)
         relax(d, (uint32_t)m->arcs[a].next, d->entries[i].inside,
               d->entries[i].weight + m->arcs[a].weight, (int64_t)i, a);
@@ -536,7 +552,7 @@ static int can_read(const t2s_decoder* d, uint8_t c) {
   const t2s_model* m = d->model;
   for (size_t i = d->layer_begin; i < d->n_entries; ++i) {
     uint32_t a, end;
-    arcs_reading(m, m->states[d->entries[i].state], c, &a, &end);
+    arcs_reading(m, &m->states[d->entries[i].state], c, &a, &end);
     if (a < end) return 1;
   }
   return 0;
