@@ -16,7 +16,7 @@ FSTAllocator::Pools FSTAllocator::_pools;
 namespace {
 
 // Spare pages kept resident for reuse; the excess is given back in one batch of sorted pages.
-size_t const resident_spare_bytes = size_t(32) << 20;
+size_t const resident_spare_bytes = size_t(8) << 20;
 
 }  // namespace
 
