@@ -22,11 +22,6 @@ bool HasEpsilonEpsilonArc(FSTGeneric const& m) {
   return false;
 }
 
-FSTGeneric Text(std::string const& text) {
-  std::istringstream is(text);
-  return FSTLoadStream(is);
-}
-
 TEST(RemoveEpsilons, KeepsTheWeightedLanguage) {
   std::mt19937 rng(31);
   int checked = 0;

@@ -15,11 +15,6 @@ using ::testing::KilledBySignal;
 
 size_t const bound = 4;
 
-FSTGeneric Text(std::string const& text) {
-  std::istringstream is(text);
-  return FSTLoadStream(is);
-}
-
 // Best weight of a path from s to a final state, over simple paths (enough when cycles do not
 // improve); zero when there is none.
 float BestToFinal(FSTGeneric const& m, int s) {

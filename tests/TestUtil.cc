@@ -95,3 +95,8 @@ std::string WriteTempFile(std::string const& name, std::string const& contents) 
   std::ofstream(path) << contents;
   return path;
 }
+
+FSTGeneric Text(std::string const& text) {
+  std::istringstream is(text);
+  return FSTLoadStream(is);
+}

@@ -46,6 +46,9 @@ struct CommandResult {
 // Runs a shell command line, capturing both output streams.
 CommandResult RunCommand(std::string const& command_line);
 
+// A machine read from text in any format the loader knows (a header first).
+FSTGeneric Text(std::string const& text);
+
 // A file in the test's temporary directory, with the given contents.
 std::string WriteTempFile(std::string const& name, std::string const& contents);
 

@@ -12,16 +12,13 @@ namespace {
 
 using ::testing::KilledBySignal;
 
+// The machine's text; Text(string) reads one.
 std::string Text(FSTGeneric const& m, bool header = true) {
   std::ostringstream os;
   m->dump_ascii(os, header);
   return os.str();
 }
-
-FSTGeneric Read(std::string const& text) {
-  std::istringstream is(text);
-  return FSTLoadStream(is);
-}
+using ::Text;
 
 // Random machine over a small named alphabet (labels with white space, backslashes and a lone
 // comma among them), weights exact in six digits.
@@ -53,7 +50,7 @@ TEST(TextFormat, RoundTripIsTheIdentity) {
     for (int round = 0; round < 60; ++round) {
       FSTGeneric m = RandomNamedMachine(rng, s);
       std::string text = Text(m);
-      FSTGeneric back = Read(text);
+      FSTGeneric back = Text(text);
       // States past the last one mentioned in the text cannot come back.
       int n = back->states().size();
       if (n < m->states().size()) back->add_states(m->states().size() - n);
@@ -107,21 +104,21 @@ TEST(TextFormat, WriterOmitsDefaults) {
 }
 
 TEST(TextFormat, ReaderRecordsAndHeaders) {
-  FSTGeneric m = Read("T 0 1 a\n");
+  FSTGeneric m = Text("T 0 1 a\n");
   EXPECT_EQ(m->semiring(), FSTMinPlus);
   EXPECT_EQ(m->states().size(), 2);
   EXPECT_EQ(m->initial(), -1);
   EXPECT_EQ(DescribeArcs(m->arcs_out(0)), " " + std::to_string(FSTstring_map["a"]) + ":0/0>1");
   EXPECT_EQ(Text(m), "#FSTBasic MinPlus\nT 0 1 a\n");
 
-  EXPECT_EQ(Read("#FSTBasic PlusTimesLog\n")->semiring(), FSTPlusTimesLog);
-  EXPECT_EQ(Read("#FSTBasic PlusTimes\n")->semiring(), FSTPlusTimes);
-  EXPECT_EQ(Read("#FSTBasic MaxPlus\n")->semiring(), FSTMaxPlus);
-  EXPECT_EQ(Read("#FSTBasic\n")->semiring(), FSTMinPlus);
-  EXPECT_EQ(Read("")->states().size(), 0);
+  EXPECT_EQ(Text("#FSTBasic PlusTimesLog\n")->semiring(), FSTPlusTimesLog);
+  EXPECT_EQ(Text("#FSTBasic PlusTimes\n")->semiring(), FSTPlusTimes);
+  EXPECT_EQ(Text("#FSTBasic MaxPlus\n")->semiring(), FSTMaxPlus);
+  EXPECT_EQ(Text("#FSTBasic\n")->semiring(), FSTMinPlus);
+  EXPECT_EQ(Text("")->states().size(), 0);
 
   // Scale and offset apply to read and defaulted weights, but never to zero.
-  m = Read(
+  m = Text(
       "#FSTBasic MinPlus WeightScale=2 WeightOffset=1\nF 3\nF 4 1e30\nF 5 0.5\nT 0 1 a\n"
       "P 2 3\n");
   EXPECT_EQ(m->final_weight(3), 1);
@@ -132,7 +129,7 @@ TEST(TextFormat, ReaderRecordsAndHeaders) {
   EXPECT_EQ(m->potential(2), 7);
 
   // Epsilon fields, the output interned before the input, junk and skipped lines.
-  m = Read(
+  m = Text(
       "XYZ\n# a comment\n T 9 9 indented\nFSTBasic MinPlus\n\nT 0 1 , , 0.5\n"
       "T 1 2 reader_in_new reader_out_new\nT 2 3 ,");
   EXPECT_EQ(m->states().size(), 4);
@@ -144,13 +141,13 @@ TEST(TextFormat, ReaderRecordsAndHeaders) {
 
   // Labels of up to 1023 characters.
   std::string long_label(1023, 'q');
-  m = Read("T 0 1 " + long_label + " b\n");
+  m = Text("T 0 1 " + long_label + " b\n");
   EXPECT_EQ(FSTstring_map[(*m->arcs_out(0))->input], long_label);
 }
 
 TEST(TextFormat, RepeatedInitialStateWarnsAndTheLastWins) {
   testing::internal::CaptureStderr();
-  FSTGeneric m = Read("I 0\nI 0\nI 2\n");
+  FSTGeneric m = Text("I 0\nI 0\nI 2\n");
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             "WARNING: file: changing initial state from 0 to 2 (only one allowed)\n");
   EXPECT_EQ(m->initial(), 2);
@@ -159,29 +156,29 @@ TEST(TextFormat, RepeatedInitialStateWarnsAndTheLastWins) {
 
 TEST(TextFormatDeathTest, MalformedRecordsAreFatal) {
   auto abort = KilledBySignal(SIGABRT);
-  EXPECT_EXIT(Read("I\n"), abort, "^FATAL: file: usage: I <state>\n");
-  EXPECT_EXIT(Read("I x\n"), abort, "^FATAL: file: usage: I <state>\n");
-  EXPECT_EXIT(Read("F\n"), abort, "^FATAL: usage: F <state>\n");
-  EXPECT_EXIT(Read("P 3\n"), abort, "^FATAL: usage: P <state>\n");
-  EXPECT_EXIT(Read("T 0\n"), abort,
+  EXPECT_EXIT(Text("I\n"), abort, "^FATAL: file: usage: I <state>\n");
+  EXPECT_EXIT(Text("I x\n"), abort, "^FATAL: file: usage: I <state>\n");
+  EXPECT_EXIT(Text("F\n"), abort, "^FATAL: usage: F <state>\n");
+  EXPECT_EXIT(Text("P 3\n"), abort, "^FATAL: usage: P <state>\n");
+  EXPECT_EXIT(Text("T 0\n"), abort,
               "^FATAL: file: usage: T <from> <to> \\[<input> \\[<output> \\[<weight>\\]\\]\\]\n");
   // Numbers beyond int were wrapped (T 4294967297 read as T 1) or overflowed the state count.
   std::string const usage_t = "^FATAL: file: usage: T <from> <to> \\[<input> \\[<output> \\[<weight>\\]\\]\\]\n";
-  EXPECT_EXIT(Read("T 4294967297 0 a\n"), abort, usage_t);
-  EXPECT_EXIT(Read("T 0 2147483647\n"), abort, usage_t);
-  EXPECT_EXIT(Read("I 4294967296\n"), abort, "^FATAL: file: usage: I <state>\n");
-  EXPECT_EXIT(Read("F 99999999999 1\n"), abort, "^FATAL: usage: F <state>\n");
-  EXPECT_EXIT(Read("P -9999999999 1\n"), abort, "^FATAL: usage: P <state>\n");
+  EXPECT_EXIT(Text("T 4294967297 0 a\n"), abort, usage_t);
+  EXPECT_EXIT(Text("T 0 2147483647\n"), abort, usage_t);
+  EXPECT_EXIT(Text("I 4294967296\n"), abort, "^FATAL: file: usage: I <state>\n");
+  EXPECT_EXIT(Text("F 99999999999 1\n"), abort, "^FATAL: usage: F <state>\n");
+  EXPECT_EXIT(Text("P -9999999999 1\n"), abort, "^FATAL: usage: P <state>\n");
   // A count this machine cannot hold ends with a message, not an exception or the OOM killer.
-  EXPECT_EXIT(Read("T 0 2147483646\n"), abort,
+  EXPECT_EXIT(Text("T 0 2147483646\n"), abort,
               "^FATAL: FSTBasicRep::add_states: 2147483647 states need [0-9]+ MB, more than this "
               "machine's [0-9]+ MB\n");
-  EXPECT_EXIT(Read("T 0 -1 a\n"), abort, "Assertion `q >= 0' failed");
-  EXPECT_EXIT(Read("I -2\n"), abort, "Assertion `p >= 0' failed");
-  EXPECT_EXIT(Read("#FSTFoo bar\n"), abort, "^FATAL: don't understand header type FSTFoo\n");
-  EXPECT_EXIT(Read("#FSTBinary\n"), abort,
+  EXPECT_EXIT(Text("T 0 -1 a\n"), abort, "Assertion `q >= 0' failed");
+  EXPECT_EXIT(Text("I -2\n"), abort, "Assertion `p >= 0' failed");
+  EXPECT_EXIT(Text("#FSTFoo bar\n"), abort, "^FATAL: don't understand header type FSTFoo\n");
+  EXPECT_EXIT(Text("#FSTBinary\n"), abort,
               "^FATAL: FSTBinary file \\(stream\\): truncated in the leading field\n");
-  EXPECT_EXIT(Read("#"), abort, "^FATAL: error reading from file \\(null\\) \\(no header\\?\\)\n");
+  EXPECT_EXIT(Text("#"), abort, "^FATAL: error reading from file \\(null\\) \\(no header\\?\\)\n");
 }
 
 TEST(TextFormat, JunkLinesNeverCrashTheReader) {
@@ -198,7 +195,7 @@ TEST(TextFormat, JunkLinesNeverCrashTheReader) {
       text += junk + "\n";
     }
     text += "T 1 2 c\n";
-    FSTGeneric m = Read(text);
+    FSTGeneric m = Text(text);
     ASSERT_EQ(m->states().size(), 3) << text;
     EXPECT_EQ(m->n_arcs_out(0), 1);
     EXPECT_EQ(m->n_arcs_out(1), 1);
@@ -231,7 +228,7 @@ TEST(DotWriter, Format) {
 }
 
 TEST(Dumps, FileFormsAndStandardOutput) {
-  FSTGeneric m = Read("I 0\nT 0 1 a\nF 1\n");
+  FSTGeneric m = Text("I 0\nT 0 1 a\nF 1\n");
   std::string file = WriteTempFile("dump.fst", "");
   m->dump_ascii(file);
   std::ifstream in(file);
