@@ -379,19 +379,19 @@ FSTArcIter FSTBinaryRep::arcs_out(int p, FSTArcOrder o) const {
 }
 
 FSTArcIter FSTBinaryRep::arcs_out_with_input(int p, int label, FSTArcMode m) const {
-  _State const& s = _state(p);
-  _sort_arcs(FSTArcOrderInput);
-  FSTArc* const* arcs = _arc_pointers.data();
-  auto range = _select_sorted(arcs + s.first_arc, arcs + s.end_arc, label, m, true);
-  return _iterate(range);
+  return _arcs_with_label(p, label, m, true);
 }
 
 FSTArcIter FSTBinaryRep::arcs_out_with_output(int p, int label, FSTArcMode m) const {
+  return _arcs_with_label(p, label, m, false);
+}
+
+// The arcs sorted on the queried side, then the run whose label matches.
+FSTArcIter FSTBinaryRep::_arcs_with_label(int p, int label, FSTArcMode m, bool on_input) const {
   _State const& s = _state(p);
-  _sort_arcs(FSTArcOrderOutput);
+  _sort_arcs(on_input ? FSTArcOrderInput : FSTArcOrderOutput);
   FSTArc* const* arcs = _arc_pointers.data();
-  auto range = _select_sorted(arcs + s.first_arc, arcs + s.end_arc, label, m, false);
-  return _iterate(range);
+  return _iterate(_select_sorted(arcs + s.first_arc, arcs + s.end_arc, label, m, on_input));
 }
 
 bool FSTBinaryRep::is_final(int p) const { return _state(p).final != _semiring->zero; }

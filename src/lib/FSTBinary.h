@@ -79,6 +79,7 @@ class FSTBinaryRep : public FSTGenericInt {
 
   // Re-sorts every state's arcs (a warning when they were sorted the other way).
   void _sort_arcs(FSTArcOrder order) const;
+  FSTArcIter _arcs_with_label(int p, int label, FSTArcMode m, bool on_input) const;
   _State const& _state(int p) const;
   using FSTGenericInt::_iterate;
   FSTArcIter _iterate(_State const& s) const;
