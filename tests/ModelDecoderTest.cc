@@ -1,0 +1,160 @@
+// The model decoder against a plain search on random packed models: the same texts accepted at
+// the same best cost, whatever shortcuts the decoder takes (one-arc steps, large layers, words
+// fed in pieces).
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <map>
+#include <optional>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "t2s_runtime.h"
+
+namespace {
+
+struct Arc {
+  uint8_t input;
+  uint32_t output;
+  uint32_t next;
+  float weight;
+};
+
+struct Model {
+  int32_t start;
+  std::vector<std::vector<Arc>> arcs;  // per state
+  std::vector<uint8_t> final;
+};
+
+std::string Pack(Model const& m) {
+  std::string bytes;
+  auto u32 = [&bytes](uint32_t v) {
+    for (int i = 0; i < 4; ++i) bytes += char(v >> (8 * i));
+  };
+  u32(uint32_t(m.start));
+  u32(uint32_t(m.arcs.size()));
+  uint32_t first = 0, n_arcs = 0;
+  for (size_t p = 0; p < m.arcs.size(); ++p) {
+    u32(first);
+    u32(first += uint32_t(m.arcs[p].size()));
+    u32(m.final[p]);
+  }
+  for (auto const& arcs : m.arcs) n_arcs += uint32_t(arcs.size());
+  u32(n_arcs);
+  for (auto const& arcs : m.arcs)
+    for (Arc const& a : arcs) {
+      uint32_t bits;
+      std::memcpy(&bits, &a.weight, 4);
+      u32(a.input), u32(a.output), u32(a.next), u32(bits);
+    }
+  u32(3), u32(5);
+  return bytes + std::string("\0x\0y\0", 5);
+}
+
+// (outputs written inside a word, weight): the order in which paths compete.
+using Cost = std::pair<uint32_t, float>;
+using Layer = std::map<uint32_t, Cost>;
+
+// Best cost of a path reading the text, one map of state costs per byte, epsilon arcs followed
+// until nothing improves.
+std::optional<Cost> Reference(Model const& m, std::string const& text) {
+  if (m.start < 0) return std::nullopt;
+  auto improve = [](Layer& layer, uint32_t state, Cost cost) {
+    auto found = layer.find(state);
+    if (found != layer.end() && !(cost < found->second)) return false;
+    layer[state] = cost;
+    return true;
+  };
+  auto close = [&](Layer& layer, bool inside_word) {
+    for (bool changed = true; changed;) {
+      changed = false;
+      for (auto const& [state, cost] : Layer(layer))
+        for (Arc const& a : m.arcs[state])
+          if (a.input == 0)
+            changed |= improve(layer, a.next,
+                               {cost.first + (inside_word && a.output), cost.second + a.weight});
+    }
+  };
+  auto step = [&](Layer const& from, std::string const& bytes, bool inside_word) {
+    Layer to;
+    for (auto const& [state, cost] : from)
+      for (Arc const& a : m.arcs[state])
+        if (a.input && bytes.find(char(a.input)) != std::string::npos)
+          improve(to, a.next, {cost.first + (inside_word && a.output), cost.second + a.weight});
+    return to;
+  };
+  Layer layer{{uint32_t(m.start), {0, 0.0f}}};
+  close(layer, false);
+  std::vector<std::string> words;
+  for (size_t i = 0; i < text.size();) {
+    size_t end = text.find_first_of(" \t\r\n", i);
+    if (end == std::string::npos) end = text.size();
+    if (end > i) words.push_back(text.substr(i, end - i));
+    i = end + 1;
+  }
+  for (size_t w = 0; w < words.size(); ++w) {
+    if (w) {  // between words: nothing, or one space or tab
+      Layer next = step(layer, " \t", false);
+      for (auto const& [state, cost] : layer) improve(next, state, cost);
+      close(layer = next, false);
+    }
+    for (size_t i = 0; i < words[w].size(); ++i) {
+      bool inside_word = i + 1 < words[w].size();
+      layer = step(layer, words[w].substr(i, 1), inside_word);
+      close(layer, inside_word);
+    }
+  }
+  std::optional<Cost> best;
+  for (auto const& [state, cost] : layer)
+    if (m.final[state] && (!best || cost < *best)) best = cost;
+  return best;
+}
+
+TEST(ModelDecoder, AgreesWithAPlainSearchOnRandomModels) {
+  std::mt19937 rng(5);
+  char const inputs[] = {0, 'a', 'b', 'c', ' ', '\t'};
+  int accepted = 0;
+  for (int round = 0; round < 400; ++round) {
+    Model m;
+    size_t n_states = 1 + rng() % 40;
+    m.start = rng() % 10 ? int32_t(rng() % n_states) : -1;
+    m.arcs.resize(n_states);
+    for (size_t p = 0; p < n_states; ++p) {
+      m.final.push_back(rng() % 2);
+      // Some states with many arcs: byte tables, and layers too large to search directly.
+      for (size_t k = rng() % (p % 3 ? 6 : 40); k > 0; --k) {
+        uint8_t input = uint8_t(inputs[rng() % 6]);
+        float weight = float(rng() % 8) / 2;
+        if (input && rng() % 5 == 0) weight = -weight;  // never on an epsilon cycle
+        m.arcs[p].push_back({input, uint32_t(rng() % 3), uint32_t(rng() % n_states), weight});
+      }
+    }
+    std::string const bytes = Pack(m);
+    char error[256];
+    t2s_model* model = t2s_model_from_memory(bytes.data(), bytes.size(), error, sizeof error);
+    ASSERT_NE(model, nullptr) << error;
+    t2s_decoder* decoder = t2s_decoder_new(model);
+    for (int t = 0; t < 20; ++t) {
+      std::string text;
+      for (size_t i = rng() % 12; i > 0; --i) text += "abc  \t"[rng() % 6];
+      t2s_decoder_reset(decoder);
+      for (size_t i = 0; i < text.size(); i += 3)
+        t2s_decoder_feed(decoder, text.data() + i, std::min<size_t>(3, text.size() - i));
+      std::optional<Cost> expected = Reference(m, text);
+      float weight;
+      EXPECT_EQ(t2s_decoder_accepts(decoder), expected.has_value()) << round << " '" << text << "'";
+      ASSERT_EQ(t2s_decoder_best(decoder, nullptr, nullptr, &weight), expected.has_value())
+          << round << " '" << text << "'";
+      if (expected) {
+        EXPECT_EQ(weight, expected->second) << round << " '" << text << "'";
+      }
+      accepted += expected.has_value();
+    }
+    t2s_decoder_free(decoder);
+    t2s_model_free(model);
+  }
+  EXPECT_GT(accepted, 1000);  // the property is not checked on rejections alone
+}
+
+}  // namespace
