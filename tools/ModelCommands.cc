@@ -1,6 +1,7 @@
 // Building T2S models from grammars and applying them to text.
 #include <chrono>
 #include <cstdio>
+#include <cstring>
 #include <fstream>
 #include <iostream>
 #include <sstream>
@@ -48,11 +49,13 @@ int RunMakeModel(int argc, char** argv) {
 
 namespace {
 
-// The blank-separated words of a line (blanks: spaces and tabs).
-std::vector<std::pair<char const*, size_t>> Words(std::string const& line) {
-  std::vector<std::pair<char const*, size_t>> words;
-  char const* c = line.data();
-  char const* end = c + line.size();
+using Text = std::pair<char const*, size_t>;
+
+// The blank-separated words of a line (blanks: spaces, tabs and carriage returns).
+std::vector<Text> Words(Text line) {
+  std::vector<Text> words;
+  char const* c = line.first;
+  char const* end = c + line.second;
   while (c < end) {
     while (c < end && (*c == ' ' || *c == '\t' || *c == '\r')) ++c;
     char const* start = c;
@@ -62,40 +65,37 @@ std::vector<std::pair<char const*, size_t>> Words(std::string const& line) {
   return words;
 }
 
-std::string Joined(t2s_model const* model, uint32_t const* outputs, size_t n,
-                   std::string const& separator) {
-  std::string text;
+void AppendJoined(t2s_model const* model, uint32_t const* outputs, size_t n,
+                  std::string const& separator, std::string& out) {
   for (size_t i = 0; i < n; ++i) {
-    if (i) text += separator;
-    text += t2s_model_string(model, outputs[i]);
+    if (i) out += separator;
+    out += t2s_model_string(model, outputs[i]);
   }
-  return text;
 }
 
-// The whole line must be read by the model (blanks between words are its to read or skip).
-bool ApplyLine(t2s_model const* model, t2s_decoder* decoder, std::string const& line,
+// The whole line must be read by the model (blanks between words are its to read or skip); its
+// outputs are appended to out.
+bool ApplyLine(t2s_model const* model, t2s_decoder* decoder, Text line,
                std::string const& separator, std::string& out) {
   uint32_t const* outputs;
   size_t n;
   t2s_decoder_reset(decoder);
-  if (!t2s_decoder_feed(decoder, line.data(), line.size()) ||
+  if (!t2s_decoder_feed(decoder, line.first, line.second) ||
       !t2s_decoder_best(decoder, &outputs, &n, nullptr))
     return false;
-  out = Joined(model, outputs, n, separator);
+  AppendJoined(model, outputs, n, separator, out);
   return true;
 }
 
 // From the left, the longest run of words that the model reads is replaced by its outputs; a
 // word that starts no such run is copied. Each word of a run costs one step and one acceptance
 // check; the path is read back once per run.
-std::string RewriteLine(t2s_model const* model, t2s_decoder* decoder, std::string const& line,
-                        std::string const& separator) {
+void RewriteLine(t2s_model const* model, t2s_decoder* decoder, Text line,
+                 std::string const& separator, std::string& out) {
   auto const words = Words(line);
-  std::string out;
-  auto emit = [&out](std::string const& piece) {
-    if (piece.empty()) return;
-    if (!out.empty()) out += ' ';
-    out += piece;
+  size_t const line_start = out.size();
+  auto start_piece = [&out, line_start]() {
+    if (out.size() > line_start) out += ' ';
   };
   auto feed = [&](size_t j, size_t first) {
     if (j > first && !t2s_decoder_feed(decoder, " ", 1)) return false;
@@ -107,7 +107,8 @@ std::string RewriteLine(t2s_model const* model, t2s_decoder* decoder, std::strin
     for (size_t j = i; j < words.size() && feed(j, i); ++j)
       if (t2s_decoder_accepts(decoder)) end = j + 1;
     if (end == i) {
-      emit(std::string(words[i].first, words[i].second));
+      start_piece();
+      out.append(words[i].first, words[i].second);
       ++i;
       continue;
     }
@@ -115,17 +116,43 @@ std::string RewriteLine(t2s_model const* model, t2s_decoder* decoder, std::strin
     for (size_t j = i; j < end; ++j) feed(j, i);
     uint32_t const* outputs;
     size_t n;
-    if (t2s_decoder_best(decoder, &outputs, &n, nullptr)) emit(Joined(model, outputs, n, separator));
+    if (t2s_decoder_best(decoder, &outputs, &n, nullptr)) {
+      size_t const before = out.size();
+      start_piece();
+      size_t const piece = out.size();
+      AppendJoined(model, outputs, n, separator, out);
+      if (out.size() == piece) out.resize(before);  // an empty replacement adds no blank
+    }
     i = end;
   }
-  return out;
+}
+
+// Calls handle(line) for each line of standard input (without its newline), reading in large
+// blocks: a line is handed over where it lies in the buffer.
+template <typename Handle>
+void ForEachInputLine(Handle handle) {
+  std::vector<char> buffer(1 << 20);
+  size_t held = 0;  // bytes of an unfinished line at the start of the buffer
+  for (;;) {
+    if (held == buffer.size()) buffer.resize(2 * buffer.size());
+    size_t got = std::fread(buffer.data() + held, 1, buffer.size() - held, stdin);
+    size_t const filled = held + got;
+    size_t start = 0;
+    for (char const* nl; (nl = static_cast<char const*>(
+                              std::memchr(buffer.data() + start, '\n', filled - start)));) {
+      handle(Text(buffer.data() + start, size_t(nl - buffer.data()) - start));
+      start = size_t(nl - buffer.data()) + 1;
+    }
+    held = filled - start;
+    std::memmove(buffer.data(), buffer.data() + start, held);
+    if (got == 0) break;
+  }
+  if (held) handle(Text(buffer.data(), held));
 }
 
 }  // namespace
 
 int RunApply(int argc, char** argv) {
-  std::ios::sync_with_stdio(false);  // lines go through iostreams only: no stdio round trip
-  std::cin.tie(nullptr);             // reading a line need not flush the outputs (a write each)
   Arguments args(argc, argv, {"--rewrite"}, {"--sep"});
   if (!args.ok || args.positional.empty()) return UsageError("apply", "give MODEL [TEXT...]");
   char error[256];
@@ -138,28 +165,35 @@ int RunApply(int argc, char** argv) {
   std::string separator = args.value("--sep", " ");
   bool rewrite = args.has("--rewrite"), all_matched = true;
   size_t line_number = 0;
+  // Outputs gather in one buffer, written in large pieces.
+  std::string out;
+  auto flush = [&out]() {
+    std::fwrite(out.data(), 1, out.size(), stdout);
+    std::fflush(stdout);
+    out.clear();
+  };
   // One output line per input line, so outputs line up with inputs; a miss is an empty line.
-  auto handle = [&](std::string const& line) {
+  auto handle = [&](Text line) {
     ++line_number;
     if (rewrite) {
-      std::cout << RewriteLine(model, decoder, line, separator) << "\n";
+      RewriteLine(model, decoder, line, separator, out);
+    } else if (!ApplyLine(model, decoder, line, separator, out)) {
+      out += '\n';
+      flush();
+      std::fprintf(stderr, "line %zu: no match\n", line_number);
+      all_matched = false;
       return;
     }
-    std::string out;
-    bool matched = ApplyLine(model, decoder, line, separator, out);
-    std::cout << out << "\n";
-    if (!matched) {
-      std::cout.flush();
-      std::cerr << "line " << line_number << ": no match\n";
-      all_matched = false;
-    }
+    out += '\n';
+    if (out.size() >= (1 << 16)) flush();
   };
   if (args.positional.size() > 1) {
-    for (size_t i = 1; i < args.positional.size(); ++i) handle(args.positional[i]);
+    for (size_t i = 1; i < args.positional.size(); ++i)
+      handle(Text(args.positional[i].data(), args.positional[i].size()));
   } else {
-    for (std::string line; std::getline(std::cin, line);) handle(line);
+    ForEachInputLine(handle);
   }
-  std::cout.flush();
+  flush();
   t2s_decoder_free(decoder);
   t2s_model_free(model);
   return all_matched ? 0 : 1;
