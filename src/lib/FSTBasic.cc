@@ -8,6 +8,7 @@
 #include <iostream>
 #include <vector>
 
+#include "FSTDepthFirst.h"
 #include "FSTStringMap.h"
 #include "FSTlib.h"
 
@@ -112,37 +113,18 @@ void FSTBasicRep::_copy(FSTGeneric const& g, FSTArcOrder in_from, FSTArcOrder ou
   if (!reverse) {
     // A machine without an initial state copies to one without an initial state.
     if (source.initial() >= 0) set_initial(source.initial());
-    // States are copied depth first from the initial state (then any left, by number): a lazy
-    // source then reads its operands along paths, and neighbours tend to sit close in memory.
-    std::vector<char> queued;
-    std::vector<int> stack;
-    auto queue = [&](int p) {
-      if (size_t(p) >= queued.size()) queued.resize(std::max(size_t(p) + 1, size_t(_n_states)), 0);
-      if (!queued[size_t(p)]) queued[size_t(p)] = 1, stack.push_back(p);
-    };
-    if (source.initial() >= 0) queue(source.initial());
-    for (int next = 0;;) {
-      if (stack.empty()) {
-        while (next < source_states.size() && size_t(next) < queued.size() && queued[size_t(next)])
-          ++next;
-        if (next >= source_states.size()) break;
-        queue(next);
-      }
-      int const p = stack.back();
-      stack.pop_back();
+    // Depth first from the initial state: a lazy source then reads its operands along paths,
+    // and neighbours tend to sit close in memory.
+    FSTVisitDepthFirst(source, true, [&](int p, FSTArcIter const& arcs) {
       keep_up();
       float f = _convert(source.final_weight(p), conversion, from);
       if (f != _semiring->zero) set_final(p, clear_weights ? one : f);
       if (!clear_weights) set_potential(p, _convert(source.potential(p), conversion, from));
-      FSTArcIter arcs = source.arcs_out(p, FSTArcOrderAny);
-      keep_up();
       _states[size_t(p)]->arcs.reserve(size_t(arcs.size()));
-      for (FSTArc* arc : arcs) {
+      for (FSTArc* arc : arcs)
         add_arc(p, arc->to, chosen_label(arc, in_from), chosen_label(arc, out_from),
                 weight(arc->weight));
-        queue(arc->to);
-      }
-    }
+    });
     return;
   }
 

@@ -1,5 +1,8 @@
 #include "FSTMinimize.h"
 
+#include <sys/mman.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
@@ -9,7 +12,8 @@
 #include <vector>
 
 #include "FSTBasic.h"
-#include "FSTPushWeights.h"
+#include "FSTDepthFirst.h"
+#include "FSTPotentialGraph.h"
 #include "FSTlib.h"
 
 namespace {
@@ -31,8 +35,7 @@ std::vector<int> weight_clusters(std::vector<std::pair<long, float>> const& keye
     int index;
   };
   std::vector<Record> records(keyed.size());
-  for (size_t i = 0; i < keyed.size(); ++i)
-    records[i] = {keyed[i].first, keyed[i].second, int(i)};
+  for (size_t i = 0; i < keyed.size(); ++i) records[i] = {keyed[i].first, keyed[i].second, int(i)};
   // NaNs (which compare with nothing) go last, each a cluster of its own.
   auto weight_less = [](float a, float b) { return a < b || (!std::isnan(a) && std::isnan(b)); };
   std::sort(records.begin(), records.end(), [&](Record const& x, Record const& y) {
@@ -266,48 +269,193 @@ bool deterministic(Machine const& m) {
   return true;
 }
 
+// ---- reading the machine once ----
+
+// An array grown in place by remapping its pages: a large array read from a lazy machine never
+// holds an old and a new copy at once, as a doubling vector would.
+template <class T>
+class GrowingArray {
+ public:
+  GrowingArray() = default;
+  GrowingArray(GrowingArray const&) = delete;
+  GrowingArray& operator=(GrowingArray const&) = delete;
+  ~GrowingArray() {
+    if (_data) munmap(_data, _capacity * sizeof(T));
+  }
+  size_t size() const { return _size; }
+  T* data() const { return _data; }
+  T& operator[](size_t i) const { return _data[i]; }
+  void push_back(T const& value) {
+    if (_size == _capacity) reserve(_size + 1);
+    _data[_size++] = value;
+  }
+  void resize(size_t n, T const& fill) {
+    if (n > _capacity) reserve(n);
+    for (size_t i = _size; i < n; ++i) _data[i] = fill;
+    _size = n;
+  }
+
+ private:
+  void reserve(size_t at_least) {
+    size_t const page = size_t(sysconf(_SC_PAGESIZE));
+    size_t bytes = std::max(at_least * sizeof(T), std::max(2 * _capacity * sizeof(T), page));
+    bytes = (bytes + page - 1) / page * page;
+    void* memory =
+        _data ? mremap(_data, _capacity * sizeof(T), bytes, MREMAP_MAYMOVE)
+              : mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (memory == MAP_FAILED) FSTFatal("FSTMinimize: out of memory reading %zu arcs", _size);
+    _data = static_cast<T*>(memory);
+    _capacity = bytes / sizeof(T);
+  }
+
+  T* _data = nullptr;
+  size_t _size = 0, _capacity = 0;
+};
+
+// The part of a machine reachable from its initial state, read once depth first: every later
+// pass runs over these arrays (16 bytes a state, 16 an arc), and the machine can be let go.
+struct ArcTable {
+  struct Arc {
+    int to, input, output;
+    float weight;
+  };
+  struct Range {
+    Arc const* first;
+    Arc const* last;
+    Arc const* begin() const { return first; }
+    Arc const* end() const { return last; }
+  };
+  int initial = -1;
+  float zero = 0;              // the semiring's
+  GrowingArray<size_t> first;  // per state of the machine: where its arcs start in arcs
+  GrowingArray<int> count;     // 0 for states not reached
+  GrowingArray<float> final;   // zero for states not reached
+  GrowingArray<Arc> arcs;
+
+  int n() const { return int(count.size()); }
+  Range arcs_of(int p) const {
+    Arc const* a = arcs.data() + first[size_t(p)];
+    return {a, a + count[size_t(p)]};
+  }
+  // What the potential algorithms need.
+  float final_weight(int p) const { return final[size_t(p)]; }
+  template <class F>
+  void for_each_arc(int p, F f) const {
+    for (Arc const& a : arcs_of(p)) f(a.to, a.weight);
+  }
+};
+
+void read_reachable(FSTGenericInt const& m, ArcTable& table) {
+  table.initial = m.initial();
+  table.zero = m.semiring()->zero;
+  auto grow = [&](size_t n) {
+    if (n <= table.count.size()) return;
+    table.first.resize(n, 0);
+    table.count.resize(n, 0);
+    table.final.resize(n, table.zero);
+  };
+  grow(size_t(m.states().size()));
+  FSTVisitDepthFirst(m, false, [&](int p, FSTArcIter const& arcs) {
+    grow(size_t(m.states().size()));
+    table.first[size_t(p)] = table.arcs.size();
+    table.count[size_t(p)] = arcs.size();
+    table.final[size_t(p)] = m.final_weight(p);
+    for (FSTArc* a : arcs) table.arcs.push_back({a->to, a->input, a->output, a->weight});
+  });
+}
+
+// Alive: reached and reaching a final state, found backwards from the final states over the
+// reversed arcs in compressed rows. (A state not reached has no arcs and no final weight.)
+std::vector<char> live_states(ArcTable const& t) {
+  int const n = t.n();
+  std::vector<size_t> first(size_t(n) + 1, 0);
+  for (size_t i = 0; i < t.arcs.size(); ++i) ++first[size_t(t.arcs[i].to) + 1];
+  for (int p = 0; p < n; ++p) first[size_t(p) + 1] += first[size_t(p)];
+  std::vector<int> predecessors(t.arcs.size());
+  for (int p = 0; p < n; ++p)
+    for (ArcTable::Arc const& a : t.arcs_of(p)) predecessors[first[size_t(a.to)]++] = p;
+  // Each row was filled up to the next one's start: shift the starts back.
+  for (int p = n; p > 0; --p) first[size_t(p)] = first[size_t(p) - 1];
+  first[0] = 0;
+  std::vector<char> alive(size_t(n), 0);
+  std::vector<int> work;
+  for (int p = 0; p < n; ++p)
+    if (t.final[size_t(p)] != t.zero) alive[size_t(p)] = 1, work.push_back(p);
+  while (!work.empty()) {
+    int const q = work.back();
+    work.pop_back();
+    for (size_t i = first[size_t(q)]; i < first[size_t(q) + 1]; ++i) {
+      int const p = predecessors[i];
+      if (!alive[size_t(p)]) alive[size_t(p)] = 1, work.push_back(p);
+    }
+  }
+  return alive;
+}
+
+// The table's states in topological order (self-loops allowed, as the potentials expect), or
+// false when there is a longer cycle: Kahn's algorithm.
+bool table_order(ArcTable const& t, std::vector<int>& order) {
+  int const n = t.n();
+  std::vector<int> in_degree(size_t(n), 0);
+  for (int p = 0; p < n; ++p)
+    for (ArcTable::Arc const& a : t.arcs_of(p))
+      if (a.to != p) ++in_degree[size_t(a.to)];
+  order.clear();
+  for (int p = 0; p < n; ++p)
+    if (!in_degree[size_t(p)]) order.push_back(p);
+  for (size_t i = 0; i < order.size(); ++i)
+    for (ArcTable::Arc const& a : t.arcs_of(order[i]))
+      if (a.to != order[i] && !--in_degree[size_t(a.to)]) order.push_back(a.to);
+  return int(order.size()) == n;
+}
+
 }  // namespace
 
 FSTGeneric FSTMinimize(FSTGeneric m, float delta) {
   FSTSemiringBase const& s = *m->semiring();
+  // Read once; the caller's handle may have been the last one on a lazy machine (and through it
+  // on that machine's input), all of which goes now.
+  ArcTable table;
+  read_reachable(*m, table);
+  m = FSTGeneric();
   // The live part, renumbered densely in the old order (as trimming would), weights pushed.
-  // Arcs are read from m twice (for the classes, then for the result) rather than copied.
-  fst::vector<int> dead;
-  m->dead_states(dead);
-  int const n_in = m->states().size();
-  std::vector<int> live(size_t(n_in), 0), original;
-  for (int p : dead) live[size_t(p)] = -1;
+  std::vector<char> const alive = live_states(table);
+  int const n_in = table.n();
+  std::vector<int> live(size_t(n_in), -1), original;
   for (int q = 0; q < n_in; ++q)
-    if (live[size_t(q)] == 0) live[size_t(q)] = int(original.size()), original.push_back(q);
+    if (alive[size_t(q)]) live[size_t(q)] = int(original.size()), original.push_back(q);
   int n = int(original.size());
   if (n == 0) return FSTBasic(&s);
   fst::vector<float> potential;
-  FSTPotential(potential, m);
-  FST_ASSERT(int(potential.size()) == n_in);
+  {
+    std::vector<int> order;
+    bool const acyclic = table_order(table, order);
+    FSTPotentialOfGraph(potential, table, s, acyclic ? &order : nullptr);
+  }
 
   // Pushing divides the initial state by its potential too: put that total back where every
   // path pays it once. On a start that paths return to, that is a fresh copy of the start,
   // numbered last.
-  int start = live[size_t(m->initial())];
-  float const total = potential[size_t(m->initial())];
+  int start = live[size_t(table.initial)];
+  float const total = potential[size_t(table.initial)];
   int carrier = -1;
   if (total != s.one) {
     bool entered = false;
     for (int q : original)
-      for (FSTArc* a : m->arcs_out(q, FSTArcOrderAny)) entered |= a->to == m->initial();
-    if (entered) original.push_back(m->initial()), start = n++;
+      for (ArcTable::Arc const& a : table.arcs_of(q)) entered |= a.to == table.initial;
+    if (entered) original.push_back(table.initial), start = n++;
     carrier = start;
   }
   // Paths of infinite cost have nothing to push (dividing would give NaNs).
-  auto arc_weight = [&](int p, int q, FSTArc const* a) {
+  auto arc_weight = [&](int p, int q, ArcTable::Arc const& a) {
     float const v = potential[size_t(q)];
-    float w = v == s.zero ? a->weight : s.divide(s.times(a->weight, potential[size_t(a->to)]), v);
+    float w = v == s.zero ? a.weight : s.divide(s.times(a.weight, potential[size_t(a.to)]), v);
     return p == carrier ? s.times(total, w) : w;
   };
   auto final_weight = [&](int p) {
     int const q = original[size_t(p)];
     float const v = potential[size_t(q)];
-    float w = v == s.zero ? m->final_weight(q) : s.divide(m->final_weight(q), v);
+    float w = v == s.zero ? table.final[size_t(q)] : s.divide(table.final[size_t(q)], v);
     return p == carrier ? s.times(total, w) : w;
   };
 
@@ -318,21 +466,22 @@ FSTGeneric FSTMinimize(FSTGeneric m, float delta) {
     std::vector<std::pair<long, float>> keyed;
     for (int p = 0; p < n; ++p) {
       int const q = original[size_t(p)];
-      for (FSTArc* a : m->arcs_out(q, FSTArcOrderAny)) {
-        if (live[size_t(a->to)] < 0) continue;
-        keyed.push_back({long(a->input) << 32 | uint32_t(a->output), arc_weight(p, q, a)});
-        machine.transitions.push_back({p, live[size_t(a->to)], 0});
+      for (ArcTable::Arc const& a : table.arcs_of(q)) {
+        if (live[size_t(a.to)] < 0) continue;
+        keyed.push_back({long(a.input) << 32 | uint32_t(a.output), arc_weight(p, q, a)});
+        machine.transitions.push_back({p, live[size_t(a.to)], 0});
       }
     }
     std::vector<int> symbol = weight_clusters(keyed, delta);
     for (size_t i = 0; i < symbol.size(); ++i) machine.transitions[i].symbol = symbol[i];
     keyed.clear();
     for (int p = 0; p < n; ++p)
-      keyed.push_back({m->is_final(original[size_t(p)]) ? 0 : 1, final_weight(p)});
+      keyed.push_back(
+          {table.final[size_t(original[size_t(p)])] != s.zero ? 0 : 1, final_weight(p)});
     std::vector<int> final_cluster = weight_clusters(keyed, delta);
     for (int p = 0; p < n; ++p)
       machine.final_class.push_back(keyed[size_t(p)].first == 0 ? final_cluster[size_t(p)]
-                                                               : std::numeric_limits<long>::min());
+                                                                : std::numeric_limits<long>::min());
   }
 
   std::vector<int> order, cls;
@@ -358,12 +507,12 @@ FSTGeneric FSTMinimize(FSTGeneric m, float delta) {
   result->set_initial(number[size_t(start)]);
   for (int c = 0; c < n_classes; ++c) {
     int const p = representative[size_t(c)], q = original[size_t(p)];
-    if (m->is_final(q)) result->set_final(c, final_weight(p));
+    if (table.final[size_t(q)] != s.zero) result->set_final(c, final_weight(p));
     FSTArcVector out;
-    for (FSTArc* a : m->arcs_out(q, FSTArcOrderAny))
-      if (live[size_t(a->to)] >= 0)
-        out.push_back(FSTNewArc(a->input, a->output, arc_weight(p, q, a),
-                                number[size_t(live[size_t(a->to)])], c));
+    for (ArcTable::Arc const& a : table.arcs_of(q))
+      if (live[size_t(a.to)] >= 0)
+        out.push_back(FSTNewArc(a.input, a.output, arc_weight(p, q, a),
+                                number[size_t(live[size_t(a.to)])], c));
     result->set_arcs(c, out, FSTArcOrderAny);
   }
   return result;

@@ -10,13 +10,15 @@ namespace {
 
 float const epsilon_tolerance = 0.001f;
 
-// Each step's result replaces the working handle, releasing the previous machine at once.
+// Each step's result replaces the working handle, releasing the previous machine at once. The
+// determinized machine is never stored: minimisation reads it once, and then lets it go with
+// its input.
 FSTGeneric Pipeline(FSTGeneric m, int limit, float delta, bool acceptor, bool push_first) {
   if (push_first) m = FSTPushWeights(m);
   m = FSTBasic(FSTRemoveEpsilons(m, acceptor, epsilon_tolerance));
   if (!push_first) m = FSTPushWeightsInPlace(std::move(m));
-  m = FSTBasic(FSTDeterminize(m, limit, acceptor, delta, false));
-  return FSTMinimize(m, delta);
+  m = FSTDeterminize(m, limit, acceptor, delta, false);
+  return FSTMinimize(std::move(m), delta);
 }
 
 }  // namespace
