@@ -283,10 +283,19 @@ t2s_model* t2s_model_from_memory(const void* data, size_t size, char* error, siz
      their state's range, so this is safe. */
   for (uint32_t i = 0; i < model->num_states; ++i) {
     state_record s = model->states[i];
-    uint32_t a = s.first_arc + 1;
-    while (a < s.end_arc && model->arcs[a - 1].input <= model->arcs[a].input) ++a;
-    if (a < s.end_arc) /* files from the model builder come sorted */
-      qsort(model->arcs + s.first_arc, s.end_arc - s.first_arc, sizeof(arc_record), by_input);
+    arc_record* arcs = model->arcs + s.first_arc;
+    uint32_t const n = s.end_arc - s.first_arc;
+    if (n > 32) {
+      qsort(arcs, n, sizeof(arc_record), by_input);
+      continue;
+    }
+    /* Most states have a few arcs, mostly in order already: insertion sort, no allocation. */
+    for (uint32_t k = 1; k < n; ++k) {
+      arc_record const moved = arcs[k];
+      uint32_t j = k;
+      for (; j > 0 && arcs[j - 1].input > moved.input; --j) arcs[j] = arcs[j - 1];
+      arcs[j] = moved;
+    }
   }
   for (uint32_t i = 0; i < model->num_arcs; ++i)
     if (model->arcs[i].input == 0) model->has_epsilon = 1;
