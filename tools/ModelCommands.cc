@@ -88,8 +88,8 @@ bool ApplyLine(t2s_model const* model, t2s_decoder* decoder, Text line,
 }
 
 // From the left, the longest run of words that the model reads is replaced by its outputs; a
-// word that starts no such run is copied. Each word of a run costs one step and one acceptance
-// check; the path is read back once per run.
+// word that starts no such run is copied. Each word of a run costs one step and one reading of
+// the best path so far, kept while the run goes on.
 void RewriteLine(t2s_model const* model, t2s_decoder* decoder, Text line,
                  std::string const& separator, std::string& out) {
   auto const words = Words(line);
@@ -101,28 +101,26 @@ void RewriteLine(t2s_model const* model, t2s_decoder* decoder, Text line,
     if (j > first && !t2s_decoder_feed(decoder, " ", 1)) return false;
     return t2s_decoder_feed(decoder, words[j].first, words[j].second) != 0;
   };
+  std::vector<uint32_t> best;
   for (size_t i = 0; i < words.size();) {
     t2s_decoder_reset(decoder);
     size_t end = i;
+    uint32_t const* outputs;
+    size_t n;
     for (size_t j = i; j < words.size() && feed(j, i); ++j)
-      if (t2s_decoder_accepts(decoder)) end = j + 1;
+      if (t2s_decoder_best(decoder, &outputs, &n, nullptr))
+        end = j + 1, best.assign(outputs, outputs + n);
     if (end == i) {
       start_piece();
       out.append(words[i].first, words[i].second);
       ++i;
       continue;
     }
-    t2s_decoder_reset(decoder);
-    for (size_t j = i; j < end; ++j) feed(j, i);
-    uint32_t const* outputs;
-    size_t n;
-    if (t2s_decoder_best(decoder, &outputs, &n, nullptr)) {
-      size_t const before = out.size();
-      start_piece();
-      size_t const piece = out.size();
-      AppendJoined(model, outputs, n, separator, out);
-      if (out.size() == piece) out.resize(before);  // an empty replacement adds no blank
-    }
+    size_t const before = out.size();
+    start_piece();
+    size_t const piece = out.size();
+    AppendJoined(model, best.data(), best.size(), separator, out);
+    if (out.size() == piece) out.resize(before);  // an empty replacement adds no blank
     i = end;
   }
 }
