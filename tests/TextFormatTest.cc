@@ -181,27 +181,6 @@ TEST(TextFormatDeathTest, MalformedRecordsAreFatal) {
   EXPECT_EXIT(Text("#"), abort, "^FATAL: error reading from file \\(null\\) \\(no header\\?\\)\n");
 }
 
-TEST(TextFormat, JunkLinesNeverCrashTheReader) {
-  std::mt19937 rng(5);
-  std::string const alphabet = "IFPT 0123456789-.,e:ab\t#";
-  for (int round = 0; round < 300; ++round) {
-    std::string text = "T 0 1 a b 0.5\n";
-    for (int line = 0; line < 6; ++line) {
-      std::string junk;
-      for (int i = int(rng() % 12); i > 0; --i) junk += alphabet[rng() % alphabet.size()];
-      // Lines that open with a record letter must be well formed; other lines are skipped.
-      if (!junk.empty() && std::string("IFPT").find(junk[0]) != std::string::npos)
-        junk = "x" + junk;
-      text += junk + "\n";
-    }
-    text += "T 1 2 c\n";
-    FSTGeneric m = Text(text);
-    ASSERT_EQ(m->states().size(), 3) << text;
-    EXPECT_EQ(m->n_arcs_out(0), 1);
-    EXPECT_EQ(m->n_arcs_out(1), 1);
-  }
-}
-
 TEST(DotWriter, Format) {
   FSTGeneric m = FSTBasic(FSTMinPlus);
   m->set_initial(0);
