@@ -303,7 +303,7 @@ class GrowingArray {
     void* memory =
         _data ? mremap(_data, _capacity * sizeof(T), bytes, MREMAP_MAYMOVE)
               : mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED) FSTFatal("FSTMinimize: out of memory reading %zu arcs", _size);
+    if (memory == MAP_FAILED) FSTFatal("FSTMinimize: out of memory reading the machine");
     _data = static_cast<T*>(memory);
     _capacity = bytes / sizeof(T);
   }
