@@ -60,21 +60,42 @@ struct Machine {
   std::vector<long> final_class;        // LONG_MIN for non-final
 };
 
-// The machine's states in topological order, or false when a cycle (self-loops included)
-// exists: Kahn's algorithm over the transitions.
-bool topological_order(Machine const& m, std::vector<int>& order) {
-  std::vector<int> in_degree(size_t(m.n), 0);
-  std::vector<size_t> first(size_t(m.n) + 1, 0);
-  for (Transition const& t : m.transitions) ++in_degree[size_t(t.to)], ++first[size_t(t.from) + 1];
-  for (int p = 0; p < m.n; ++p) first[size_t(p) + 1] += first[size_t(p)];
+// Kahn's algorithm over a graph view (n(), and for_each_arc(p, f) calling f(to, weight), as the
+// potentials take it): the states in topological order, or false when there is a cycle.
+// Self-loops count as cycles unless ignored.
+template <class Graph>
+bool topological_order(Graph const& g, bool ignore_self_loops, std::vector<int>& order) {
+  int const n = g.n();
+  std::vector<int> in_degree(size_t(n), 0);
+  for (int p = 0; p < n; ++p)
+    g.for_each_arc(
+        p, [&](int to, float) { in_degree[size_t(to)] += !(ignore_self_loops && to == p); });
   order.clear();
-  for (int p = 0; p < m.n; ++p)
+  for (int p = 0; p < n; ++p)
     if (!in_degree[size_t(p)]) order.push_back(p);
-  for (size_t i = 0; i < order.size(); ++i)
-    for (size_t j = first[size_t(order[i])]; j < first[size_t(order[i]) + 1]; ++j)
-      if (!--in_degree[size_t(m.transitions[j].to)]) order.push_back(m.transitions[j].to);
-  return int(order.size()) == m.n;
+  for (size_t i = 0; i < order.size(); ++i) {
+    int const p = order[i];
+    g.for_each_arc(p, [&](int to, float) {
+      if (!(ignore_self_loops && to == p) && !--in_degree[size_t(to)]) order.push_back(to);
+    });
+  }
+  return int(order.size()) == n;
 }
+
+// A Machine's transitions (grouped by source) as a graph view.
+struct TransitionGraph {
+  Machine const& m;
+  std::vector<size_t> first;
+  explicit TransitionGraph(Machine const& machine) : m(machine), first(size_t(m.n) + 1, 0) {
+    for (Transition const& t : m.transitions) ++first[size_t(t.from) + 1];
+    for (int p = 0; p < m.n; ++p) first[size_t(p) + 1] += first[size_t(p)];
+  }
+  int n() const { return m.n; }
+  template <class F>
+  void for_each_arc(int p, F f) const {
+    for (size_t j = first[size_t(p)]; j < first[size_t(p) + 1]; ++j) f(m.transitions[j].to, 0.0f);
+  }
+};
 
 // ---- acyclic: merge by height, bottom up ----
 
@@ -392,23 +413,6 @@ std::vector<char> live_states(ArcTable const& t) {
   return alive;
 }
 
-// The table's states in topological order (self-loops allowed, as the potentials expect), or
-// false when there is a longer cycle: Kahn's algorithm.
-bool table_order(ArcTable const& t, std::vector<int>& order) {
-  int const n = t.n();
-  std::vector<int> in_degree(size_t(n), 0);
-  for (int p = 0; p < n; ++p)
-    for (ArcTable::Arc const& a : t.arcs_of(p))
-      if (a.to != p) ++in_degree[size_t(a.to)];
-  order.clear();
-  for (int p = 0; p < n; ++p)
-    if (!in_degree[size_t(p)]) order.push_back(p);
-  for (size_t i = 0; i < order.size(); ++i)
-    for (ArcTable::Arc const& a : t.arcs_of(order[i]))
-      if (a.to != order[i] && !--in_degree[size_t(a.to)]) order.push_back(a.to);
-  return int(order.size()) == n;
-}
-
 }  // namespace
 
 FSTGeneric FSTMinimize(FSTGeneric m, float delta) {
@@ -429,7 +433,8 @@ FSTGeneric FSTMinimize(FSTGeneric m, float delta) {
   fst::vector<float> potential;
   {
     std::vector<int> order;
-    bool const acyclic = table_order(table, order);
+    // Self-loops are the potentials' own concern (they check their weights).
+    bool const acyclic = topological_order(table, true, order);
     FSTPotentialOfGraph(potential, table, s, acyclic ? &order : nullptr);
   }
 
@@ -485,7 +490,7 @@ FSTGeneric FSTMinimize(FSTGeneric m, float delta) {
   }
 
   std::vector<int> order, cls;
-  if (topological_order(machine, order))
+  if (topological_order(TransitionGraph(machine), false, order))
     cls = by_height(machine, order);
   else if (deterministic(machine))
     cls = hopcroft(machine);
