@@ -1,4 +1,5 @@
 // Building T2S models from grammars and applying them to text.
+#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
@@ -65,33 +66,57 @@ std::vector<Text> Words(Text line) {
   return words;
 }
 
-void AppendJoined(t2s_model const* model, uint32_t const* outputs, size_t n,
-                  std::string const& separator, std::string& out) {
-  for (size_t i = 0; i < n; ++i) {
-    if (i) out += separator;
-    out += t2s_model_string(model, outputs[i]);
+// The model's output strings, each with the separator in front, laid end to end: joining a
+// path's outputs is then one copy per output.
+class JoinedOutputs {
+ public:
+  JoinedOutputs(t2s_model const* model, std::string const& separator)
+      : separator_size_(separator.size()) {
+    uint32_t const n = t2s_model_num_strings(model);
+    starts_.reserve(size_t(n) + 1);
+    for (uint32_t i = 0; i < n; ++i) {
+      starts_.push_back(text_.size());
+      text_ += separator;
+      text_.append(t2s_model_string(model, i), t2s_model_string_length(model, i));
+    }
+    starts_.push_back(text_.size());
   }
-}
+
+  void Append(uint32_t const* outputs, size_t n, std::string& out) const {
+    if (n == 0) return;
+    size_t total = 0;
+    for (size_t i = 0; i < n; ++i) total += starts_[outputs[i] + 1] - starts_[outputs[i]];
+    size_t const at = out.size();
+    out.resize(at + total - separator_size_);
+    char* p = &out[at];
+    for (size_t i = 0; i < n; ++i) {
+      size_t const skip = i ? 0 : separator_size_;
+      size_t const begin = starts_[outputs[i]] + skip, end = starts_[outputs[i] + 1];
+      std::memcpy(p, text_.data() + begin, end - begin);
+      p += end - begin;
+    }
+  }
+
+ private:
+  size_t separator_size_;
+  std::string text_;
+  std::vector<size_t> starts_;
+};
 
 // The whole line must be read by the model (blanks between words are its to read or skip); its
 // outputs are appended to out.
-bool ApplyLine(t2s_model const* model, t2s_decoder* decoder, Text line,
-               std::string const& separator, std::string& out) {
+bool ApplyLine(t2s_decoder* decoder, Text line, JoinedOutputs const& joined, std::string& out) {
   uint32_t const* outputs;
   size_t n;
-  t2s_decoder_reset(decoder);
-  if (!t2s_decoder_feed(decoder, line.first, line.second) ||
-      !t2s_decoder_best(decoder, &outputs, &n, nullptr))
-    return false;
-  AppendJoined(model, outputs, n, separator, out);
+  if (!t2s_decoder_decode(decoder, line.first, line.second, &outputs, &n, nullptr)) return false;
+  joined.Append(outputs, n, out);
   return true;
 }
 
 // From the left, the longest run of words that the model reads is replaced by its outputs; a
 // word that starts no such run is copied. Each word of a run costs one step and one reading of
 // the best path so far, kept while the run goes on.
-void RewriteLine(t2s_model const* model, t2s_decoder* decoder, Text line,
-                 std::string const& separator, std::string& out) {
+void RewriteLine(t2s_decoder* decoder, Text line, JoinedOutputs const& joined, std::string& out) {
   auto const words = Words(line);
   size_t const line_start = out.size();
   auto start_piece = [&out, line_start]() {
@@ -119,7 +144,7 @@ void RewriteLine(t2s_model const* model, t2s_decoder* decoder, Text line,
     size_t const before = out.size();
     start_piece();
     size_t const piece = out.size();
-    AppendJoined(model, best.data(), best.size(), separator, out);
+    joined.Append(best.data(), best.size(), out);
     if (out.size() == piece) out.resize(before);  // an empty replacement adds no blank
     i = end;
   }
@@ -160,7 +185,7 @@ int RunApply(int argc, char** argv) {
     return 1;
   }
   t2s_decoder* decoder = t2s_decoder_new(model);
-  std::string separator = args.value("--sep", " ");
+  JoinedOutputs const joined(model, args.value("--sep", " "));
   bool rewrite = args.has("--rewrite"), all_matched = true;
   size_t line_number = 0;
   // Outputs gather in one buffer, written in large pieces.
@@ -174,8 +199,8 @@ int RunApply(int argc, char** argv) {
   auto handle = [&](Text line) {
     ++line_number;
     if (rewrite) {
-      RewriteLine(model, decoder, line, separator, out);
-    } else if (!ApplyLine(model, decoder, line, separator, out)) {
+      RewriteLine(decoder, line, joined, out);
+    } else if (!ApplyLine(decoder, line, joined, out)) {
       out += '\n';
       flush();
       std::fprintf(stderr, "line %zu: no match\n", line_number);

@@ -31,11 +31,13 @@ struct t2s_decoder {
   int dead;
   int held;      /* a word byte fed but not consumed yet (the next byte decides its cost), or -1 */
   int separator; /* blanks were fed after a word byte */
+  int fresh;     /* nothing fed since the last reset */
   uint32_t* outputs;
   size_t n_outputs, outputs_capacity;
 };
 
-static int is_blank(unsigned char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+/* Space, tab, CR, LF: bits 32, 9, 13, 10. */
+static inline int is_blank(unsigned char c) { return c <= ' ' && ((0x100002600ull >> c) & 1); }
 
 t2s_decoder* t2s_decoder_new(const t2s_model* model) {
   t2s_decoder* d = (t2s_decoder*)calloc(1, sizeof(t2s_decoder));
@@ -177,6 +179,11 @@ static inline arc_span arcs_reading(const t2s_model* m, const uint32_t* block, u
   }
   const uint8_t* inputs = block_inputs(block);
   uint32_t const n = block_arcs(block);
+  if (n == 1) {
+    span.first = inputs[0] == c ? 0 : 1;
+    span.end = 1;
+    return span;
+  }
 #ifdef __SSE2__
   __m128i const wanted = _mm_set1_epi8((char)c);
   for (uint32_t k = 0; k < n; k += 16) {
@@ -311,15 +318,16 @@ void t2s_decoder_reset(t2s_decoder* d) {
   d->layer_begin = 0;
   d->held = -1;
   d->separator = 0;
+  d->fresh = 1;
   next_layer(d);
   d->dead = d->model->start < 0;
   if (d->dead) return;
   entry start = {d->model->start_block, 0, 0.0f, 0, -1};
-  relax(d, start);
-  close_layer(d, 0);
+  if (append(d, start)) close_layer(d, 0);
 }
 
 int t2s_decoder_feed(t2s_decoder* d, const char* bytes, size_t length) {
+  d->fresh = 0;
   for (size_t k = 0; k < length && !d->dead; ++k) {
     if (d->held >= 0 && d->n_entries - d->layer_begin == 1) {
       k = read_word_bytes(d, bytes, k, length);
@@ -362,21 +370,24 @@ static int64_t best_final(const t2s_decoder* d) {
   return best;
 }
 
+/* Appends an output to d->outputs; 0 when out of memory. */
+static int push_output(t2s_decoder* d, uint32_t out) {
+  if (d->n_outputs == d->outputs_capacity) {
+    size_t capacity = d->outputs_capacity ? 2 * d->outputs_capacity : 16;
+    uint32_t* bigger = (uint32_t*)realloc(d->outputs, capacity * sizeof(uint32_t));
+    if (!bigger) return 0;
+    d->outputs = bigger;
+    d->outputs_capacity = capacity;
+  }
+  d->outputs[d->n_outputs++] = out;
+  return 1;
+}
+
 /* The path's outputs, in order, into d->outputs. */
 static int read_back(t2s_decoder* d, int64_t best) {
   d->n_outputs = 0;
-  for (int64_t i = best; d->entries[i].from >= 0; i = d->entries[i].from) {
-    uint32_t out = d->entries[i].output;
-    if (!out) continue;
-    if (d->n_outputs == d->outputs_capacity) {
-      size_t capacity = d->outputs_capacity ? 2 * d->outputs_capacity : 16;
-      uint32_t* bigger = (uint32_t*)realloc(d->outputs, capacity * sizeof(uint32_t));
-      if (!bigger) return 0;
-      d->outputs = bigger;
-      d->outputs_capacity = capacity;
-    }
-    d->outputs[d->n_outputs++] = out;
-  }
+  for (int64_t i = best; d->entries[i].from >= 0; i = d->entries[i].from)
+    if (d->entries[i].output && !push_output(d, d->entries[i].output)) return 0;
   for (size_t i = 0; i < d->n_outputs / 2; ++i) {
     uint32_t t = d->outputs[i];
     d->outputs[i] = d->outputs[d->n_outputs - 1 - i];
@@ -419,5 +430,103 @@ int t2s_decoder_best(t2s_decoder* d, const uint32_t** outputs, size_t* n_outputs
   if (!found) return 0;
   if (outputs) *outputs = d->outputs;
   if (n_outputs) *n_outputs = d->n_outputs;
+  return 1;
+}
+
+/* Of the arcs of a block that read the last byte of a word (span; the text goes on at k), the
+   one whose destination can go on: read the next word's first byte, or be final where the text
+   ends. NULL where none or several can, or where a destination has epsilon or blank arcs. */
+static const uint32_t* only_way_on(const t2s_model* m, const uint32_t* block, arc_span span,
+                                   const char* bytes, size_t k, size_t length) {
+  while (k < length && is_blank((uint8_t)bytes[k])) ++k;
+  const uint32_t* found = NULL;
+  for (uint32_t a = span.first; a < span.end; ++a) {
+    const uint32_t* arc = block_arc(block, a);
+    const uint32_t* to = m->blocks + arc[0];
+    if (to[1] & (BLOCK_EPSILON | BLOCK_BLANK)) return NULL;
+    if (k < length) {
+      arc_span next = arcs_reading(m, to, (uint8_t)bytes[k]);
+      if (next.first == next.end) continue;
+    } else if (!block_final(to)) {
+      continue;
+    }
+    if (found) return NULL;
+    found = arc;
+  }
+  return found;
+}
+
+/* Of n arcs (from arc on) that read a byte inside a word, the one that emits nothing, or NULL
+   when none or several do. */
+static const uint32_t* only_silent_arc(const uint32_t* arc, uint32_t n) {
+  const uint32_t* silent = NULL;
+  for (; n > 0; --n, arc += 3) {
+    if (arc[2]) continue;
+    if (silent) return NULL;
+    silent = arc;
+  }
+  return silent;
+}
+
+/* The text's one path that emits no output inside a word, followed while it is the only one:
+   inside a word a byte has one arc without output, the last byte of a word has one arc, and no
+   state on the way has epsilon arcs, nor blank arcs between two words. Ending in a final state,
+   it is the best path (every other path emits inside a word) and its outputs are in d->outputs:
+   1. Anything else is for the layered search to decide: 0. */
+static int decode_clean_path(t2s_decoder* d, const char* bytes, size_t length, float* weight) {
+  const t2s_model* m = d->model;
+  if (m->start < 0) return 0;
+  const uint32_t* block = m->blocks + m->start_block;
+  float sum = 0.0f;
+  d->n_outputs = 0;
+  size_t k = 0;
+  while (k < length && is_blank((uint8_t)bytes[k])) ++k;
+  while (k < length) {
+    uint8_t c = (uint8_t)bytes[k++];
+    int const last = k == length || is_blank((uint8_t)bytes[k]);
+    const uint32_t* arc;
+    if (block_arcs(block) == 1) {
+      /* One arc (so no byte table): its place, after one word of inputs, is known before the
+         block is read, and the next block is fetched while the byte is checked. An epsilon or
+         blank arc never matches here. */
+      arc = block + 3;
+      if (c == 0 || *block_inputs(block) != c) return 0;
+    } else {
+      if (block_epsilon(block)) return 0;
+      arc_span span = arcs_reading(m, block, c);
+      if (c == 0 || span.first == span.end) return 0;
+      arc = block_arc(block, span.first);
+      if (span.end - span.first > 1)
+        arc = last ? only_way_on(m, block, span, bytes, k, length)
+                   : only_silent_arc(arc, span.end - span.first);
+      if (!arc) return 0;
+    }
+    if (!last && arc[2]) return 0;
+    if (arc[2] && !push_output(d, arc[2])) return 0;
+    sum += arc_weight(arc);
+    block = m->blocks + arc[0];
+    if (last) {
+      while (k < length && is_blank((uint8_t)bytes[k])) ++k;
+      if (k < length && (block[1] & BLOCK_BLANK)) return 0;
+    }
+  }
+  if (block_epsilon(block) || !block_final(block)) return 0;
+  *weight = sum;
+  return 1;
+}
+
+int t2s_decoder_decode(t2s_decoder* d, const char* bytes, size_t length, const uint32_t** outputs,
+                       size_t* n_outputs, float* weight) {
+  float sum;
+  int found = decode_clean_path(d, bytes, length, &sum);
+  if (!found) {
+    t2s_decoder_reset(d);
+    found = t2s_decoder_feed(d, bytes, length) && t2s_decoder_best(d, NULL, NULL, &sum);
+  }
+  if (!d->fresh) t2s_decoder_reset(d);
+  if (!found) return 0;
+  if (outputs) *outputs = d->outputs;
+  if (n_outputs) *n_outputs = d->n_outputs;
+  if (weight) *weight = sum;
   return 1;
 }

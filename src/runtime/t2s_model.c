@@ -355,6 +355,12 @@ const char* t2s_model_string(const t2s_model* m, uint32_t i) {
   return i < m->num_strings ? m->pool + m->string_offsets[i] : NULL;
 }
 
+size_t t2s_model_string_length(const t2s_model* m, uint32_t i) {
+  if (i >= m->num_strings) return 0;
+  uint32_t end = i + 1 < m->num_strings ? m->string_offsets[i + 1] : m->pool_size;
+  return end - m->string_offsets[i] - 1;
+}
+
 int32_t t2s_model_start(const t2s_model* m) { return m->start; }
 
 int t2s_model_state(const t2s_model* m, uint32_t i, uint32_t* first_arc, uint32_t* end_arc,

@@ -36,6 +36,8 @@ uint32_t t2s_model_num_arcs(const t2s_model* model);
 uint32_t t2s_model_num_strings(const t2s_model* model);
 /* Output string i (0 is the empty string, epsilon). */
 const char* t2s_model_string(const t2s_model* model, uint32_t index);
+/* Its length in bytes (0 when out of range). */
+size_t t2s_model_string_length(const t2s_model* model, uint32_t index);
 /* A look inside: the start state (-1: none); state i's arcs [first, end) and final flag; arc i's
    input byte (0: epsilon), output string, destination and weight. Each state's arcs are sorted
    by input byte. Indices out of range give 0 and leave the outputs alone. */
@@ -61,6 +63,11 @@ int t2s_decoder_accepts(t2s_decoder* decoder);
    when there is none. More text may be fed afterwards. */
 int t2s_decoder_best(t2s_decoder* decoder, const uint32_t** outputs, size_t* n_outputs,
                      float* weight);
+/* The best path for one whole text: what t2s_decoder_reset, t2s_decoder_feed and
+   t2s_decoder_best give, found without the layered search when the text has a single path that
+   emits nothing inside its words. The decoder is left reset. */
+int t2s_decoder_decode(t2s_decoder* decoder, const char* bytes, size_t length,
+                       const uint32_t** outputs, size_t* n_outputs, float* weight);
 
 #ifdef __cplusplus
 }
