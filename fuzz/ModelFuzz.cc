@@ -28,6 +28,8 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
       for (size_t i = 0; i < n; ++i) t2s_model_string(model, outputs[i]);
     if (t2s_decoder_decode(decoder, text, length, &outputs, &n, &weight))
       for (size_t i = 0; i < n; ++i) t2s_model_string_length(model, outputs[i]);
+    if (t2s_decoder_longest_match(decoder, text, length, &outputs, &n, &weight))
+      for (size_t i = 0; i < n; ++i) t2s_model_string_length(model, outputs[i]);
   }
   t2s_decoder_free(decoder);
   t2s_model_free(model);

@@ -8,6 +8,7 @@
 #include <optional>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "t2s_runtime.h"
@@ -163,6 +164,25 @@ TEST(ModelDecoder, AgreesWithAPlainSearchOnRandomModels) {
         EXPECT_EQ(std::vector<uint32_t>(outputs, outputs + n), best) << round << " '" << text << "'";
       }
       EXPECT_EQ(t2s_decoder_accepts(decoder), Reference(m, "").has_value());  // left reset
+      // The longest match: the longest run of whole words from the start that is read.
+      size_t longest = 0;
+      for (size_t end = 1; end <= text.size(); ++end)
+        if (text[end - 1] != ' ' && text[end - 1] != '\t' &&
+            (end == text.size() || text[end] == ' ' || text[end] == '\t') &&
+            Reference(m, text.substr(0, end)))
+          longest = end;
+      std::vector<uint32_t> run;
+      if (longest) {
+        ASSERT_TRUE(t2s_decoder_decode(decoder, text.data(), longest, &outputs, &n, nullptr));
+        run.assign(outputs, outputs + n);
+      }
+      ASSERT_EQ(t2s_decoder_longest_match(decoder, text.data(), text.size(), &outputs, &n, &weight),
+                longest)
+          << round << " '" << text << "'";
+      if (longest) {
+        EXPECT_EQ(weight, Reference(m, text.substr(0, longest))->second) << round << " '" << text;
+        EXPECT_EQ(std::vector<uint32_t>(outputs, outputs + n), run) << round << " '" << text << "'";
+      }
       accepted += expected.has_value();
     }
     t2s_decoder_free(decoder);
@@ -172,23 +192,34 @@ TEST(ModelDecoder, AgreesWithAPlainSearchOnRandomModels) {
 }
 
 // "abc": the path without outputs at its forks emits inside the word further on, so it is not
-// the best one by that alone; the one-call decoding must still find the lighter path.
-TEST(ModelDecoder, OneCallDecodingWeighsPathsThatEmitInsideAWord) {
-  Model m{0, {{{'a', 0, 1, 5}, {'a', 1, 2, 0}}, {{'b', 2, 3, 0}}, {{'b', 0, 3, 0}}, {{'c', 0, 4, 0}},
-              {}},
-          {0, 0, 0, 0, 1}};
-  std::string const bytes = Pack(m);
-  t2s_model* model = t2s_model_from_memory(bytes.data(), bytes.size(), nullptr, 0);
-  ASSERT_NE(model, nullptr);
-  t2s_decoder* decoder = t2s_decoder_new(model);
-  uint32_t const* outputs;
-  size_t n;
-  float weight;
-  ASSERT_TRUE(t2s_decoder_decode(decoder, "abc", 3, &outputs, &n, &weight));
-  EXPECT_EQ(weight, 0.0f);
-  EXPECT_EQ(std::vector<uint32_t>(outputs, outputs + n), std::vector<uint32_t>{1});
-  t2s_decoder_free(decoder);
-  t2s_model_free(model);
+// the best one by that alone; the one-call searches must still find the lighter path.
+// "a b": between the words a blank arc that loops back competes with reading nothing; the one
+// state reached does not make the path unique.
+TEST(ModelDecoder, OneCallSearchesWeighEveryPath) {
+  Model inside{0,
+               {{{'a', 0, 1, 5}, {'a', 1, 2, 0}},
+                {{'b', 2, 3, 0}},
+                {{'b', 0, 3, 0}},
+                {{'c', 0, 4, 0}},
+                {}},
+               {0, 0, 0, 0, 1}};
+  Model blank{0, {{{'a', 0, 1, 0}}, {{' ', 2, 1, -1}, {'b', 0, 2, 0}}, {}}, {0, 0, 1}};
+  for (auto const& [m, text, expected] :
+       {std::tuple{inside, "abc", std::vector<uint32_t>{1}}, {blank, "a b", {2}}}) {
+    std::string const bytes = Pack(m);
+    t2s_model* model = t2s_model_from_memory(bytes.data(), bytes.size(), nullptr, 0);
+    ASSERT_NE(model, nullptr);
+    t2s_decoder* decoder = t2s_decoder_new(model);
+    uint32_t const* outputs;
+    size_t n;
+    ASSERT_TRUE(t2s_decoder_decode(decoder, text, std::strlen(text), &outputs, &n, nullptr));
+    EXPECT_EQ(std::vector<uint32_t>(outputs, outputs + n), expected) << text;
+    ASSERT_EQ(t2s_decoder_longest_match(decoder, text, std::strlen(text), &outputs, &n, nullptr),
+              std::strlen(text));
+    EXPECT_EQ(std::vector<uint32_t>(outputs, outputs + n), expected) << text;
+    t2s_decoder_free(decoder);
+    t2s_model_free(model);
+  }
 }
 
 }  // namespace

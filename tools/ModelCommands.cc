@@ -52,18 +52,17 @@ namespace {
 
 using Text = std::pair<char const*, size_t>;
 
-// The blank-separated words of a line (blanks: spaces, tabs and carriage returns).
-std::vector<Text> Words(Text line) {
-  std::vector<Text> words;
+// The blank-separated words of a line (blanks: spaces, tabs and carriage returns), into words.
+void SplitWords(Text line, std::vector<Text>& words) {
+  words.clear();
   char const* c = line.first;
   char const* end = c + line.second;
   while (c < end) {
     while (c < end && (*c == ' ' || *c == '\t' || *c == '\r')) ++c;
     char const* start = c;
     while (c < end && *c != ' ' && *c != '\t' && *c != '\r') ++c;
-    if (c > start) words.push_back({start, size_t(c - start)});
+    if (c > start) words.emplace_back(start, size_t(c - start));
   }
-  return words;
 }
 
 // The model's output strings, each with the separator in front, laid end to end: joining a
@@ -114,41 +113,47 @@ bool ApplyLine(t2s_decoder* decoder, Text line, JoinedOutputs const& joined, std
 }
 
 // From the left, the longest run of words that the model reads is replaced by its outputs; a
-// word that starts no such run is copied. Each word of a run costs one step and one reading of
-// the best path so far, kept while the run goes on.
-void RewriteLine(t2s_decoder* decoder, Text line, JoinedOutputs const& joined, std::string& out) {
-  auto const words = Words(line);
-  size_t const line_start = out.size();
-  auto start_piece = [&out, line_start]() {
-    if (out.size() > line_start) out += ' ';
-  };
-  auto feed = [&](size_t j, size_t first) {
-    if (j > first && !t2s_decoder_feed(decoder, " ", 1)) return false;
-    return t2s_decoder_feed(decoder, words[j].first, words[j].second) != 0;
-  };
-  std::vector<uint32_t> best;
-  for (size_t i = 0; i < words.size();) {
-    t2s_decoder_reset(decoder);
-    size_t end = i;
-    uint32_t const* outputs;
-    size_t n;
-    for (size_t j = i; j < words.size() && feed(j, i); ++j)
-      if (t2s_decoder_best(decoder, &outputs, &n, nullptr))
-        end = j + 1, best.assign(outputs, outputs + n);
-    if (end == i) {
+// word that starts no such run is copied. The runs are matched in the line's own bytes (blanks
+// between words are the model's to read or skip, whatever they are).
+class Rewriter {
+ public:
+  Rewriter(t2s_decoder* decoder, JoinedOutputs const& joined)
+      : decoder_(decoder), joined_(joined) {}
+
+  void Line(Text line, std::string& out) {
+    SplitWords(line, words_);
+    if (words_.empty()) return;
+    char const* const line_end = words_.back().first + words_.back().second;
+    size_t const line_start = out.size();
+    auto start_piece = [&out, line_start]() {
+      if (out.size() > line_start) out += ' ';
+    };
+    for (size_t i = 0; i < words_.size();) {
+      char const* first = words_[i].first;
+      uint32_t const* outputs;
+      size_t n;
+      char const* run_end = first + t2s_decoder_longest_match(decoder_, first, size_t(line_end - first),
+                                                              &outputs, &n, nullptr);
+      if (run_end == first) {
+        start_piece();
+        out.append(words_[i].first, words_[i].second);
+        ++i;
+        continue;
+      }
+      size_t const before = out.size();
       start_piece();
-      out.append(words[i].first, words[i].second);
-      ++i;
-      continue;
+      size_t const piece = out.size();
+      joined_.Append(outputs, n, out);
+      if (out.size() == piece) out.resize(before);  // an empty replacement adds no blank
+      while (i < words_.size() && words_[i].first < run_end) ++i;
     }
-    size_t const before = out.size();
-    start_piece();
-    size_t const piece = out.size();
-    joined.Append(best.data(), best.size(), out);
-    if (out.size() == piece) out.resize(before);  // an empty replacement adds no blank
-    i = end;
   }
-}
+
+ private:
+  t2s_decoder* decoder_;
+  JoinedOutputs const& joined_;
+  std::vector<Text> words_;
+};
 
 // Calls handle(line) for each line of standard input (without its newline), reading in large
 // blocks: a line is handed over where it lies in the buffer.
@@ -186,6 +191,7 @@ int RunApply(int argc, char** argv) {
   }
   t2s_decoder* decoder = t2s_decoder_new(model);
   JoinedOutputs const joined(model, args.value("--sep", " "));
+  Rewriter rewriter(decoder, joined);
   bool rewrite = args.has("--rewrite"), all_matched = true;
   size_t line_number = 0;
   // Outputs gather in one buffer, written in large pieces.
@@ -199,7 +205,7 @@ int RunApply(int argc, char** argv) {
   auto handle = [&](Text line) {
     ++line_number;
     if (rewrite) {
-      RewriteLine(decoder, line, joined, out);
+      rewriter.Line(line, out);
     } else if (!ApplyLine(decoder, line, joined, out)) {
       out += '\n';
       flush();

@@ -3,6 +3,11 @@
 #define T2S_MODEL_LAYOUT_H
 
 #include <stdint.h>
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
+#include "t2s_runtime.h"
 
 /* The file's records, kept as read (arcs sorted by input within each state) for the look-inside
    functions and the load-time checks. */
@@ -20,13 +25,12 @@ typedef struct {
 
 /* The decoder reads a second copy made for it: each state is one block of 32-bit words holding
    everything a step needs, so reading a byte touches the block of the state it leaves and
-   nothing else (one cache line for most states):
-     word 0    the state's number
-     word 1    its arc count << BLOCK_FLAGS | BLOCK_FINAL | BLOCK_EPSILON | BLOCK_TABLE |
-   BLOCK_BLANK word 2    with BLOCK_TABLE: the number of its byte table then      the arcs' input
-   bytes, sorted (epsilon first), padded to a word then      per arc: the word offset of its
-   destination's block, its weight, its output. A byte table (states of many arcs) holds for each
-   byte value b the position of the first arc reading b; entry 256 is the arc count. */
+   nothing else (one cache line for most states). Word 0 is the state's number; word 1 its arc
+   count << BLOCK_FLAGS with the BLOCK_ flags; with BLOCK_TABLE, word 2 is the number of its
+   byte table; then come the arcs' input bytes, sorted (epsilon first) and padded to a word, and
+   per arc three words: the word offset of its destination's block, its weight, its output. A
+   byte table (states of many arcs) holds for each byte value b the position of the first arc
+   reading b; entry 256 is the arc count. */
 #define BLOCK_FINAL 1u
 #define BLOCK_EPSILON 2u
 #define BLOCK_TABLE 4u
@@ -65,6 +69,54 @@ static inline float arc_weight(const uint32_t* arc) {
     float value;
   } w = {arc[1]};
   return w.value;
+}
+
+/* The blanks between words. Space, tab, CR, LF: bits 32, 9, 13, 10. */
+static inline int is_blank(unsigned char c) { return c <= ' ' && ((0x100002600ull >> c) & 1); }
+
+typedef struct {
+  uint32_t first, end;
+} arc_span;
+
+/* The positions of the arcs of a block that read c. The inputs are sorted, so c's arcs are one
+   run: with SSE2 sixteen inputs are compared at once (sixteen bytes read from any input stay
+   inside its block, as at least twelve bytes of arcs follow the inputs). */
+static inline arc_span arcs_reading(const t2s_model* m, const uint32_t* block, uint8_t c) {
+  arc_span span;
+  if (block[1] & BLOCK_TABLE) {
+    const uint32_t* table = m->byte_tables + (size_t)block[2] * BYTE_TABLE_SIZE;
+    span.first = table[c];
+    span.end = table[c + 1];
+    return span;
+  }
+  const uint8_t* inputs = block_inputs(block);
+  uint32_t const n = block_arcs(block);
+  if (n == 1) {
+    span.first = inputs[0] == c ? 0 : 1;
+    span.end = 1;
+    return span;
+  }
+#ifdef __SSE2__
+  __m128i const wanted = _mm_set1_epi8((char)c);
+  for (uint32_t k = 0; k < n; k += 16) {
+    __m128i const chunk = _mm_loadu_si128((const __m128i*)(inputs + k));
+    uint32_t const valid = n - k >= 16 ? 0xffffu : (1u << (n - k)) - 1;
+    uint32_t equal = (uint32_t)_mm_movemask_epi8(_mm_cmpeq_epi8(chunk, wanted)) & valid;
+    if (!equal) continue;
+    span.first = k + (uint32_t)__builtin_ctz(equal);
+    span.end = span.first;
+    while (span.end < n && inputs[span.end] == c) ++span.end;
+    return span;
+  }
+  span.first = span.end = n;
+#else
+  uint32_t k = 0;
+  while (k < n && inputs[k] < c) ++k;
+  span.first = k;
+  while (k < n && inputs[k] == c) ++k;
+  span.end = k;
+#endif
+  return span;
 }
 
 #endif

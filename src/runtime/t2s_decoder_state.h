@@ -1,0 +1,84 @@
+/* The decoder's state, shared by its layered search (t2s_decoder.c) and its searches over a
+   whole text (t2s_whole_text.c). Private to the runtime. */
+#ifndef T2S_DECODER_STATE_H
+#define T2S_DECODER_STATE_H
+
+#include <stdlib.h>
+#include <string.h>
+
+#include "t2s_model_layout.h"
+#include "t2s_runtime.h"
+
+/* The search keeps one layer of entries per input position: each entry is a state reached with
+   its best cost, the entry it came from and the output of the arc taken from there, so the best
+   path can be read back without the model. A cost is the number of outputs emitted inside a
+   word, then the weight. */
+typedef struct {
+  uint32_t block;  /* the state's block (its word offset) */
+  uint32_t inside; /* outputs emitted between two bytes of one word */
+  float weight;
+  uint32_t output; /* of the arc taken; 0 where a separator was skipped */
+  int64_t from;    /* entry index, -1 at the start */
+} entry;
+
+/* A set of states (their blocks), for a search that only asks which states a text reaches. */
+typedef struct {
+  uint32_t* blocks;
+  size_t n, capacity;
+} block_set;
+
+struct t2s_decoder {
+  const t2s_model* model;
+  entry* entries;
+  size_t n_entries, capacity;
+  size_t layer_begin; /* first entry of the current (last) layer */
+  uint64_t* stamp;    /* per state: layer stamp << 32 | entry offset in the layer */
+  uint32_t layer;     /* stamp of the current layer */
+  int dead;
+  int held;      /* a word byte fed but not consumed yet (the next byte decides its cost), or -1 */
+  int separator; /* blanks were fed after a word byte */
+  int fresh;     /* nothing fed since the last reset */
+  uint32_t* outputs;
+  size_t n_outputs, outputs_capacity;
+  block_set sets[2];     /* t2s_decoder_longest_match's layers */
+  const uint32_t* way;   /* set_step's last arc taken */
+  size_t ways;           /* and their number */
+};
+
+/* Layers of at most this many entries are searched directly, not through the per-state stamps
+   (which cost a cache miss per step in a large model). */
+#define SMALL_LAYER 8
+
+/* A fresh layer number; stamps are cleared when the numbers wrap around. */
+static inline void next_layer(t2s_decoder* d) {
+  if (++d->layer == UINT32_MAX) {
+    memset(d->stamp, 0, (d->model->num_states ? d->model->num_states : 1) * sizeof(uint64_t));
+    d->layer = 1;
+  }
+}
+
+static inline uint32_t state_of(const t2s_decoder* d, uint32_t block) {
+  return block_state(d->model->blocks + block);
+}
+
+/* The array reallocated to twice its capacity (to first when empty), the capacity updated; NULL,
+   leaving both as they are, when out of memory. */
+static inline void* grown(void* array, size_t* capacity, size_t element_size, size_t first) {
+  size_t const bigger_capacity = *capacity ? 2 * *capacity : first;
+  void* bigger = realloc(array, bigger_capacity * element_size);
+  if (bigger) *capacity = bigger_capacity;
+  return bigger;
+}
+
+/* Appends an output to d->outputs; 0 when out of memory. */
+static inline int push_output(t2s_decoder* d, uint32_t out) {
+  if (d->n_outputs == d->outputs_capacity) {
+    uint32_t* bigger = (uint32_t*)grown(d->outputs, &d->outputs_capacity, sizeof(uint32_t), 16);
+    if (!bigger) return 0;
+    d->outputs = bigger;
+  }
+  d->outputs[d->n_outputs++] = out;
+  return 1;
+}
+
+#endif

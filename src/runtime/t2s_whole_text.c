@@ -1,0 +1,272 @@
+/* Searches that are handed the whole text at once: the best path of a text, and the longest
+   start of a text that the model reads. Both avoid the layered search where the text leaves one
+   way to go. */
+#include "t2s_decoder_state.h"
+
+/* Of the arcs of a block that read the last byte of a word (span; the text goes on at k), the
+   one whose destination can go on: read the next word's first byte, or be final where the text
+   ends. NULL where none or several can, or where a destination has epsilon or blank arcs. */
+static const uint32_t* only_way_on(const t2s_model* m, const uint32_t* block, arc_span span,
+                                   const char* bytes, size_t k, size_t length) {
+  while (k < length && is_blank((uint8_t)bytes[k])) ++k;
+  const uint32_t* found = NULL;
+  for (uint32_t a = span.first; a < span.end; ++a) {
+    const uint32_t* arc = block_arc(block, a);
+    const uint32_t* to = m->blocks + arc[0];
+    if (to[1] & (BLOCK_EPSILON | BLOCK_BLANK)) return NULL;
+    if (k < length) {
+      arc_span next = arcs_reading(m, to, (uint8_t)bytes[k]);
+      if (next.first == next.end) continue;
+    } else if (!block_final(to)) {
+      continue;
+    }
+    if (found) return NULL;
+    found = arc;
+  }
+  return found;
+}
+
+/* Of n arcs (from arc on) that read a byte inside a word, the one that emits nothing, or NULL
+   when none or several do. */
+static const uint32_t* only_silent_arc(const uint32_t* arc, uint32_t n) {
+  const uint32_t* silent = NULL;
+  for (; n > 0; --n, arc += 3) {
+    if (arc[2]) continue;
+    if (silent) return NULL;
+    silent = arc;
+  }
+  return silent;
+}
+
+/* The text's one path that emits no output inside a word, followed while it is the only one:
+   inside a word a byte has one arc without output, the last byte of a word has one arc, and no
+   state on the way has epsilon arcs, nor blank arcs between two words. Ending in a final state,
+   it is the best path (every other path emits inside a word) and its outputs are in d->outputs:
+   1. Anything else is for the layered search to decide: 0. */
+static int decode_clean_path(t2s_decoder* d, const char* bytes, size_t length, float* weight) {
+  const t2s_model* m = d->model;
+  if (m->start < 0) return 0;
+  const uint32_t* block = m->blocks + m->start_block;
+  float sum = 0.0f;
+  d->n_outputs = 0;
+  size_t k = 0;
+  while (k < length && is_blank((uint8_t)bytes[k])) ++k;
+  while (k < length) {
+    uint8_t c = (uint8_t)bytes[k++];
+    int const last = k == length || is_blank((uint8_t)bytes[k]);
+    const uint32_t* arc;
+    if (block_arcs(block) == 1) {
+      /* One arc (so no byte table): its place, after one word of inputs, is known before the
+         block is read, and the next block is fetched while the byte is checked. An epsilon or
+         blank arc never matches here. */
+      arc = block + 3;
+      if (c == 0 || *block_inputs(block) != c) return 0;
+    } else {
+      if (block_epsilon(block)) return 0;
+      arc_span span = arcs_reading(m, block, c);
+      if (c == 0 || span.first == span.end) return 0;
+      arc = block_arc(block, span.first);
+      if (span.end - span.first > 1)
+        arc = last ? only_way_on(m, block, span, bytes, k, length)
+                   : only_silent_arc(arc, span.end - span.first);
+      if (!arc) return 0;
+    }
+    if (!last && arc[2]) return 0;
+    if (arc[2] && !push_output(d, arc[2])) return 0;
+    sum += arc_weight(arc);
+    block = m->blocks + arc[0];
+    if (last) {
+      while (k < length && is_blank((uint8_t)bytes[k])) ++k;
+      if (k < length && (block[1] & BLOCK_BLANK)) return 0;
+    }
+  }
+  if (block_epsilon(block) || !block_final(block)) return 0;
+  *weight = sum;
+  return 1;
+}
+
+int t2s_decoder_decode(t2s_decoder* d, const char* bytes, size_t length, const uint32_t** outputs,
+                       size_t* n_outputs, float* weight) {
+  float sum;
+  int found = decode_clean_path(d, bytes, length, &sum);
+  if (!found) {
+    t2s_decoder_reset(d);
+    found = t2s_decoder_feed(d, bytes, length) && t2s_decoder_best(d, NULL, NULL, &sum);
+  }
+  if (!d->fresh) t2s_decoder_reset(d);
+  if (!found) return 0;
+  if (outputs) *outputs = d->outputs;
+  if (n_outputs) *n_outputs = d->n_outputs;
+  if (weight) *weight = sum;
+  return 1;
+}
+
+/* Adds a block to a set of the current layer number (the stamps find it once the set is large);
+   0 when out of memory. */
+static int set_add(t2s_decoder* d, block_set* set, uint32_t block) {
+  if (set->n < SMALL_LAYER) {
+    for (size_t i = 0; i < set->n; ++i)
+      if (set->blocks[i] == block) return 1;
+  } else if ((uint32_t)(d->stamp[state_of(d, block)] >> 32) == d->layer) {
+    return 1;
+  }
+  if (set->n == set->capacity) {
+    uint32_t* bigger = (uint32_t*)grown(set->blocks, &set->capacity, sizeof(uint32_t), 64);
+    if (!bigger) return 0;
+    set->blocks = bigger;
+  }
+  set->blocks[set->n++] = block;
+  for (size_t i = set->n < SMALL_LAYER ? set->n : set->n == SMALL_LAYER ? 0 : set->n - 1;
+       i < set->n; ++i)
+    d->stamp[state_of(d, set->blocks[i])] = (uint64_t)d->layer << 32;
+  return 1;
+}
+
+/* Whether a state can go on to read byte c: it has arcs reading c or epsilon arcs. */
+static int may_read(const t2s_model* m, uint32_t block_offset, uint8_t c) {
+  const uint32_t* block = m->blocks + block_offset;
+  if (block_epsilon(block)) return 1;
+  arc_span span = arcs_reading(m, block, c);
+  return span.first < span.end;
+}
+
+/* Of n arcs (from arc on), the one to a state that may read byte c, or NULL when none or
+   several are. */
+static const uint32_t* only_arc_to_reader(const t2s_model* m, const uint32_t* arc, uint32_t n,
+                                          uint8_t c) {
+  const uint32_t* found = NULL;
+  for (; n > 0; --n, arc += 3) {
+    if (!may_read(m, arc[0], c)) continue;
+    if (found) return NULL;
+    found = arc;
+  }
+  return found;
+}
+
+/* Adds the destinations of the arcs of a set's blocks that read c (0: epsilon arcs, followed
+   from the blocks added meanwhile too); counts the arcs taken in d->ways, the last in d->way.
+   With next >= 0 (the byte after c, in the same word), of several arcs only those to states
+   that may read it: the others would end there. */
+static int set_step(t2s_decoder* d, const block_set* from, block_set* to, uint8_t c, int next) {
+  const t2s_model* m = d->model;
+  for (size_t i = 0; i < from->n; ++i) {
+    const uint32_t* block = m->blocks + from->blocks[i];
+    if (c == 0 && !block_epsilon(block)) continue;
+    arc_span span = arcs_reading(m, block, c);
+    int const filter = next >= 0 && span.end - span.first > 1;
+    for (uint32_t k = span.first; k < span.end; ++k) {
+      const uint32_t* arc = block_arc(block, k);
+      if (filter && !may_read(m, arc[0], (uint8_t)next)) continue;
+      if (!set_add(d, to, arc[0])) return 0;
+      d->way = arc;
+      ++d->ways;
+    }
+  }
+  return 1;
+}
+
+/* The layer after reading c (c < 0: a separator, which may also be read by no arc; no from: the
+   start), its epsilon arcs followed; next as in set_step. */
+static int set_next(t2s_decoder* d, const block_set* from, block_set* to, int c, int next) {
+  to->n = 0;
+  d->ways = 0;
+  next_layer(d);
+  if (!from) {
+    if (!set_add(d, to, d->model->start_block)) return 0;
+  } else if (c >= 0) {
+    if (!set_step(d, from, to, (uint8_t)c, next)) return 0;
+  } else {
+    for (size_t i = 0; i < from->n; ++i)
+      if (!set_add(d, to, from->blocks[i])) return 0;
+    if (!set_step(d, from, to, ' ', -1) || !set_step(d, from, to, '\t', -1)) return 0;
+  }
+  return !d->model->has_epsilon || set_step(d, to, to, 0, -1);
+}
+
+static int any_final(const t2s_decoder* d, const block_set* set) {
+  for (size_t i = 0; i < set->n; ++i)
+    if (block_final(d->model->blocks + set->blocks[i])) return 1;
+  return 0;
+}
+
+static int any_blank_arc(const t2s_decoder* d, const block_set* set) {
+  for (size_t i = 0; i < set->n; ++i)
+    if (d->model->blocks[set->blocks[i] + 1] & BLOCK_BLANK) return 1;
+  return 0;
+}
+
+/* The longest prefix is found by which states the text reaches, without costs. While the
+   layers hold one state reached one way, the text has one path, whose outputs are kept as it
+   goes; past that, the prefix found is decoded. */
+size_t t2s_decoder_longest_match(t2s_decoder* d, const char* bytes, size_t length,
+                                 const uint32_t** outputs, size_t* n_outputs, float* weight) {
+  const t2s_model* m = d->model;
+  size_t longest = 0, longest_outputs = 0, k = 0;
+  int cur = 0;    /* the current layer is d->sets[cur] */
+  int single = 1; /* one path so far */
+  int longest_single = 0;
+  float sum = 0.0f, longest_sum = 0.0f;
+  d->n_outputs = 0;
+  int alive = m->start >= 0 && set_next(d, NULL, &d->sets[0], 0, -1);
+  single = d->ways == 0;
+  while (k < length && is_blank((uint8_t)bytes[k])) ++k;
+  while (alive && k < length && bytes[k]) {
+    uint8_t const c = (uint8_t)bytes[k++];
+    block_set* layer = &d->sets[cur];
+    const uint32_t* block = m->blocks + layer->blocks[0];
+    const uint32_t* arc = NULL;
+    if (layer->n == 1) {
+      /* One state: with one arc (its place known as in decode_clean_path), or one arc reading
+         c, to a state without epsilon arcs, the layer is that arc's end. */
+      if (block_arcs(block) == 1) {
+        arc = *block_inputs(block) == c ? block + 3 : NULL;
+        if (!arc) break;
+      } else {
+        arc_span span = arcs_reading(m, block, c);
+        if (span.first == span.end) break;
+        arc = block_arc(block, span.first);
+        if (span.end - span.first > 1)
+          arc = k < length && !is_blank((uint8_t)bytes[k])
+                    ? only_arc_to_reader(m, arc, span.end - span.first, (uint8_t)bytes[k])
+                    : NULL;
+      }
+      if (arc && m->has_epsilon && block_epsilon(m->blocks + arc[0])) arc = NULL;
+    }
+    if (arc) {
+      layer->blocks[0] = arc[0];
+    } else {
+      int const next = k < length && !is_blank((uint8_t)bytes[k]) ? (uint8_t)bytes[k] : -1;
+      alive = set_next(d, layer, &d->sets[!cur], c, next) && d->sets[!cur].n > 0;
+      single = single && layer->n == 1 && d->ways == 1;
+      arc = d->way;
+      cur = !cur;
+    }
+    if (!alive) break;
+    if (single) {
+      if (arc[2] && !push_output(d, arc[2])) break;
+      sum += arc_weight(arc);
+    }
+    if (k < length && !is_blank((uint8_t)bytes[k])) continue;
+    if (any_final(d, &d->sets[cur])) {
+      longest = k;
+      longest_single = single;
+      longest_outputs = d->n_outputs;
+      longest_sum = sum;
+    }
+    while (k < length && is_blank((uint8_t)bytes[k])) ++k;
+    if (k < length && any_blank_arc(d, &d->sets[cur])) {
+      alive = set_next(d, &d->sets[cur], &d->sets[!cur], -1, -1);
+      single = single && d->ways == 0;
+      cur = !cur;
+    }
+  }
+  t2s_decoder_reset(d);
+  if (!longest) return 0;
+  if (!longest_single)
+    return t2s_decoder_decode(d, bytes, longest, outputs, n_outputs, weight) ? longest : 0;
+  d->n_outputs = longest_outputs;
+  if (outputs) *outputs = d->outputs;
+  if (n_outputs) *n_outputs = d->n_outputs;
+  if (weight) *weight = longest_sum;
+  return longest;
+}
