@@ -52,19 +52,6 @@ namespace {
 
 using Text = std::pair<char const*, size_t>;
 
-// The blank-separated words of a line (blanks: spaces, tabs and carriage returns), into words.
-void SplitWords(Text line, std::vector<Text>& words) {
-  words.clear();
-  char const* c = line.first;
-  char const* end = c + line.second;
-  while (c < end) {
-    while (c < end && (*c == ' ' || *c == '\t' || *c == '\r')) ++c;
-    char const* start = c;
-    while (c < end && *c != ' ' && *c != '\t' && *c != '\r') ++c;
-    if (c > start) words.emplace_back(start, size_t(c - start));
-  }
-}
-
 // The model's output strings, each with the separator in front, laid end to end: joining a
 // path's outputs is then one copy per output.
 class JoinedOutputs {
@@ -120,39 +107,41 @@ class Rewriter {
   Rewriter(t2s_decoder* decoder, JoinedOutputs const& joined)
       : decoder_(decoder), joined_(joined) {}
 
-  void Line(Text line, std::string& out) {
-    SplitWords(line, words_);
-    if (words_.empty()) return;
-    char const* const line_end = words_.back().first + words_.back().second;
+  void Line(Text line, std::string& out) const {
+    auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r'; };
+    char const* p = line.first;
+    char const* end = line.first + line.second;
+    while (p < end && blank(*p)) ++p;
+    while (end > p && blank(end[-1])) --end;
     size_t const line_start = out.size();
     auto start_piece = [&out, line_start]() {
       if (out.size() > line_start) out += ' ';
     };
-    for (size_t i = 0; i < words_.size();) {
-      char const* first = words_[i].first;
+    while (p < end) {
       uint32_t const* outputs;
       size_t n;
-      char const* run_end = first + t2s_decoder_longest_match(decoder_, first, size_t(line_end - first),
-                                                              &outputs, &n, nullptr);
-      if (run_end == first) {
+      size_t const run = t2s_decoder_longest_match(decoder_, p, size_t(end - p), &outputs, &n, nullptr);
+      if (run == 0) {
+        char const* word_end = p;
+        while (word_end < end && !blank(*word_end)) ++word_end;
         start_piece();
-        out.append(words_[i].first, words_[i].second);
-        ++i;
-        continue;
+        out.append(p, size_t(word_end - p));
+        p = word_end;
+      } else {
+        size_t const before = out.size();
+        start_piece();
+        size_t const piece = out.size();
+        joined_.Append(outputs, n, out);
+        if (out.size() == piece) out.resize(before);  // an empty replacement adds no blank
+        p += run;
       }
-      size_t const before = out.size();
-      start_piece();
-      size_t const piece = out.size();
-      joined_.Append(outputs, n, out);
-      if (out.size() == piece) out.resize(before);  // an empty replacement adds no blank
-      while (i < words_.size() && words_[i].first < run_end) ++i;
+      while (p < end && blank(*p)) ++p;
     }
   }
 
  private:
   t2s_decoder* decoder_;
   JoinedOutputs const& joined_;
-  std::vector<Text> words_;
 };
 
 // Calls handle(line) for each line of standard input (without its newline), reading in large

@@ -195,72 +195,97 @@ static int any_blank_arc(const t2s_decoder* d, const block_set* set) {
   return 0;
 }
 
-/* The longest prefix is found by which states the text reaches, without costs. While the
-   layers hold one state reached one way, the text has one path, whose outputs are kept as it
-   goes; past that, the prefix found is decoded. */
+/* The step from a layer of one state (its block) on byte c, where that state has one arc for c
+   (of several, the one to a state that may read next, the word's next byte or -1) to a state
+   without epsilon arcs: 1 and that arc. 0: no arc reads c. -1: the step needs a set. */
+static int one_way(const t2s_model* m, const uint32_t* block, uint8_t c, int next,
+                   const uint32_t** arc) {
+  if (block_arcs(block) == 1) {
+    /* Its place is known before the block is read, as in decode_clean_path. */
+    *arc = block + 3;
+    if (*block_inputs(block) != c) return 0;
+  } else {
+    arc_span span = arcs_reading(m, block, c);
+    if (span.first == span.end) return 0;
+    *arc = block_arc(block, span.first);
+    if (span.end - span.first > 1 &&
+        (next < 0 || !(*arc = only_arc_to_reader(m, *arc, span.end - span.first, (uint8_t)next))))
+      return -1;
+  }
+  return m->has_epsilon && block_epsilon(m->blocks + (*arc)[0]) ? -1 : 1;
+}
+
+/* A layer of one state as a set (the first of the decoder's two), or NULL when out of memory. */
+static block_set* set_of_one(t2s_decoder* d, uint32_t block) {
+  block_set* set = &d->sets[0];
+  set->n = 0;
+  next_layer(d);
+  return set_add(d, set, block) ? set : NULL;
+}
+
+/* The longest prefix is found by which states the text reaches, without costs: a layer of one
+   state is held as that state, a larger one as a set. While the layers hold one state reached one
+   way, the text has one path, whose outputs are kept as it goes; past that, the prefix found is
+   decoded. */
 size_t t2s_decoder_longest_match(t2s_decoder* d, const char* bytes, size_t length,
                                  const uint32_t** outputs, size_t* n_outputs, float* weight) {
   const t2s_model* m = d->model;
   size_t longest = 0, longest_outputs = 0, k = 0;
-  int cur = 0;    /* the current layer is d->sets[cur] */
-  int single = 1; /* one path so far */
-  int longest_single = 0;
+  uint32_t one = m->start_block; /* the layer, when it is one state */
+  block_set* layer = NULL;       /* the layer, when it is a set */
+  int single = 1;                /* one path so far */
+  int longest_single = 0, sets_used = 0;
   float sum = 0.0f, longest_sum = 0.0f;
   d->n_outputs = 0;
-  int alive = m->start >= 0 && set_next(d, NULL, &d->sets[0], 0, -1);
-  single = d->ways == 0;
+  int alive = m->start >= 0;
+  if (alive && m->has_epsilon && block_epsilon(m->blocks + one)) {
+    sets_used = 1;
+    layer = &d->sets[0];
+    alive = set_next(d, NULL, layer, 0, -1);
+    single = d->ways == 0;
+  }
   while (k < length && is_blank((uint8_t)bytes[k])) ++k;
   while (alive && k < length && bytes[k]) {
     uint8_t const c = (uint8_t)bytes[k++];
-    block_set* layer = &d->sets[cur];
-    const uint32_t* block = m->blocks + layer->blocks[0];
+    int const next = k < length && !is_blank((uint8_t)bytes[k]) ? (uint8_t)bytes[k] : -1;
     const uint32_t* arc = NULL;
-    if (layer->n == 1) {
-      /* One state: with one arc (its place known as in decode_clean_path), or one arc reading
-         c, to a state without epsilon arcs, the layer is that arc's end. */
-      if (block_arcs(block) == 1) {
-        arc = *block_inputs(block) == c ? block + 3 : NULL;
-        if (!arc) break;
-      } else {
-        arc_span span = arcs_reading(m, block, c);
-        if (span.first == span.end) break;
-        arc = block_arc(block, span.first);
-        if (span.end - span.first > 1)
-          arc = k < length && !is_blank((uint8_t)bytes[k])
-                    ? only_arc_to_reader(m, arc, span.end - span.first, (uint8_t)bytes[k])
-                    : NULL;
-      }
-      if (arc && m->has_epsilon && block_epsilon(m->blocks + arc[0])) arc = NULL;
+    if (!layer) {
+      int const way = one_way(m, m->blocks + one, c, next, &arc);
+      if (way == 0) break;
+      if (way > 0) one = arc[0];
+      else if (!(layer = set_of_one(d, one))) break;
+      sets_used |= way < 0;
     }
-    if (arc) {
-      layer->blocks[0] = arc[0];
-    } else {
-      int const next = k < length && !is_blank((uint8_t)bytes[k]) ? (uint8_t)bytes[k] : -1;
-      alive = set_next(d, layer, &d->sets[!cur], c, next) && d->sets[!cur].n > 0;
+    if (layer) {
+      block_set* to = layer == &d->sets[0] ? &d->sets[1] : &d->sets[0];
+      if (!set_next(d, layer, to, c, next) || to->n == 0) break;
       single = single && layer->n == 1 && d->ways == 1;
       arc = d->way;
-      cur = !cur;
+      layer = to->n == 1 ? (one = to->blocks[0], NULL) : to;
     }
-    if (!alive) break;
     if (single) {
       if (arc[2] && !push_output(d, arc[2])) break;
       sum += arc_weight(arc);
     }
-    if (k < length && !is_blank((uint8_t)bytes[k])) continue;
-    if (any_final(d, &d->sets[cur])) {
+    if (next >= 0) continue;
+    if (layer ? any_final(d, layer) : block_final(m->blocks + one)) {
       longest = k;
       longest_single = single;
       longest_outputs = d->n_outputs;
       longest_sum = sum;
     }
     while (k < length && is_blank((uint8_t)bytes[k])) ++k;
-    if (k < length && any_blank_arc(d, &d->sets[cur])) {
-      alive = set_next(d, &d->sets[cur], &d->sets[!cur], -1, -1);
+    if (k < length && (layer ? any_blank_arc(d, layer) : (m->blocks[one + 1] & BLOCK_BLANK) != 0)) {
+      sets_used = 1;
+      if (!layer && !(layer = set_of_one(d, one))) break;
+      block_set* to = layer == &d->sets[0] ? &d->sets[1] : &d->sets[0];
+      alive = set_next(d, layer, to, -1, -1);
       single = single && d->ways == 0;
-      cur = !cur;
+      layer = to->n == 1 ? (one = to->blocks[0], NULL) : to;
     }
   }
-  t2s_decoder_reset(d);
+  /* The layered search's state is untouched unless the sets renumbered the layers. */
+  if (sets_used || !d->fresh) t2s_decoder_reset(d);
   if (!longest) return 0;
   if (!longest_single)
     return t2s_decoder_decode(d, bytes, longest, outputs, n_outputs, weight) ? longest : 0;
