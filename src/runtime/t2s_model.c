@@ -111,7 +111,7 @@ static const char* build_blocks(t2s_model* m) {
   for (uint32_t p = 0; p < m->num_states && !too_large; ++p) {
     uint32_t n = m->states[p].end_arc - m->states[p].first_arc;
     offset[p] = (uint32_t)words;
-    words += 2 + (tables && n > SCANNED_ARCS) + (n + 3) / 4 + 3 * (uint64_t)n;
+    words += BLOCK_HEADER + (tables && n > SCANNED_ARCS) + (n + 3) / 4 + 3 * (uint64_t)n;
     too_large = n > BLOCK_MAX_ARCS || words > UINT32_MAX;
   }
   if (too_large) {
@@ -133,13 +133,16 @@ static const char* build_blocks(t2s_model* m) {
     int with_table = tables && n > SCANNED_ARCS;
     block[0] = p;
     int blank = 0;
-    for (uint32_t k = 0; k < n; ++k)
-      blank |= m->arcs[s.first_arc + k].input == ' ' || m->arcs[s.first_arc + k].input == '\t';
+    for (uint32_t k = 0; k < n; ++k) {
+      uint8_t const input = m->arcs[s.first_arc + k].input;
+      blank |= input == ' ' || input == '\t';
+      if (input) block[2] |= 1u << (input & 31);
+    }
     block[1] = n << BLOCK_FLAGS | (s.final ? BLOCK_FINAL : 0) | (blank ? BLOCK_BLANK : 0) |
                (n && m->arcs[s.first_arc].input == 0 ? BLOCK_EPSILON : 0) |
                (with_table ? BLOCK_TABLE : 0);
     if (with_table) {
-      block[2] = table;
+      block[BLOCK_HEADER] = table;
       uint32_t* entries = m->byte_tables + (size_t)table++ * BYTE_TABLE_SIZE;
       uint32_t k = 0;
       for (uint32_t b = 0; b < BYTE_TABLE_SIZE; ++b) {
@@ -147,7 +150,7 @@ static const char* build_blocks(t2s_model* m) {
         entries[b] = k;
       }
     }
-    uint8_t* inputs = (uint8_t*)(block + 2 + with_table);
+    uint8_t* inputs = (uint8_t*)(block + BLOCK_HEADER + with_table);
     for (uint32_t k = 0; k < n; ++k) {
       const arc_record* a = &m->arcs[s.first_arc + k];
       inputs[k] = a->input;

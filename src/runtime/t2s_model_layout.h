@@ -26,11 +26,12 @@ typedef struct {
 /* The decoder reads a second copy made for it: each state is one block of 32-bit words holding
    everything a step needs, so reading a byte touches the block of the state it leaves and
    nothing else (one cache line for most states). Word 0 is the state's number; word 1 its arc
-   count << BLOCK_FLAGS with the BLOCK_ flags; with BLOCK_TABLE, word 2 is the number of its
-   byte table; then come the arcs' input bytes, sorted (epsilon first) and padded to a word, and
-   per arc three words: the word offset of its destination's block, its weight, its output. A
-   byte table (states of many arcs) holds for each byte value b the position of the first arc
-   reading b; entry 256 is the arc count. */
+   count << BLOCK_FLAGS with the BLOCK_ flags; word 2 has bit b & 31 set for each byte b that an
+   arc reads (a quick, sometimes too hopeful, answer to whether the state reads b); with
+   BLOCK_TABLE, word 3 is the number of its byte table; then come the arcs' input bytes, sorted
+   (epsilon first) and padded to a word, and per arc three words: the word offset of its
+   destination's block, its weight, its output. A byte table (states of many arcs) holds for each
+   byte value b the position of the first arc reading b; entry 256 is the arc count. */
 #define BLOCK_FINAL 1u
 #define BLOCK_EPSILON 2u
 #define BLOCK_TABLE 4u
@@ -38,6 +39,7 @@ typedef struct {
 #define BLOCK_FLAGS 4
 #define BLOCK_MAX_ARCS (UINT32_MAX >> BLOCK_FLAGS)
 #define BYTE_TABLE_SIZE 257
+#define BLOCK_HEADER 3 /* words before the table number or the inputs */
 
 struct t2s_model {
   int32_t start;
@@ -57,11 +59,20 @@ static inline uint32_t block_arcs(const uint32_t* block) { return block[1] >> BL
 static inline int block_final(const uint32_t* block) { return (block[1] & BLOCK_FINAL) != 0; }
 static inline int block_epsilon(const uint32_t* block) { return (block[1] & BLOCK_EPSILON) != 0; }
 static inline const uint8_t* block_inputs(const uint32_t* block) {
-  return (const uint8_t*)(block + 2 + ((block[1] & BLOCK_TABLE) != 0));
+  return (const uint8_t*)(block + BLOCK_HEADER + ((block[1] & BLOCK_TABLE) != 0));
 }
 /* Arc k's three words: destination block, weight bits, output. */
 static inline const uint32_t* block_arc(const uint32_t* block, uint32_t k) {
-  return block + 2 + ((block[1] & BLOCK_TABLE) != 0) + (block_arcs(block) + 3) / 4 + 3 * k;
+  return block + BLOCK_HEADER + ((block[1] & BLOCK_TABLE) != 0) + (block_arcs(block) + 3) / 4 +
+         3 * k;
+}
+/* The arc of a block of one arc: its place is known before the block is read. */
+static inline const uint32_t* block_only_arc(const uint32_t* block) {
+  return block + BLOCK_HEADER + 1;
+}
+/* 0 when the block surely has no arc reading c (epsilon arcs aside). */
+static inline int block_may_read(const uint32_t* block, uint8_t c) {
+  return (block[2] >> (c & 31)) & 1;
 }
 static inline float arc_weight(const uint32_t* arc) {
   union {
@@ -84,7 +95,7 @@ typedef struct {
 static inline arc_span arcs_reading(const t2s_model* m, const uint32_t* block, uint8_t c) {
   arc_span span;
   if (block[1] & BLOCK_TABLE) {
-    const uint32_t* table = m->byte_tables + (size_t)block[2] * BYTE_TABLE_SIZE;
+    const uint32_t* table = m->byte_tables + (size_t)block[BLOCK_HEADER] * BYTE_TABLE_SIZE;
     span.first = table[c];
     span.end = table[c + 1];
     return span;

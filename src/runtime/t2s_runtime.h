@@ -69,9 +69,9 @@ int t2s_decoder_best(t2s_decoder* decoder, const uint32_t** outputs, size_t* n_o
 int t2s_decoder_decode(t2s_decoder* decoder, const char* bytes, size_t length,
                        const uint32_t** outputs, size_t* n_outputs, float* weight);
 /* The longest start of a text that ends with a word and that some path reads: its length in
-   bytes (0: none; its blanks included) and, as from t2s_decoder_best, that start's best path.
-   Feeding the words one by one and asking t2s_decoder_accepts after each tells the same, more
-   slowly. The decoder is left reset. */
+   bytes, from the text's first byte to the end of that word (0: none), and, as from
+   t2s_decoder_best, that start's best path. Feeding the words one by one and asking
+   t2s_decoder_accepts after each tells the same, more slowly. The decoder is left reset. */
 size_t t2s_decoder_longest_match(t2s_decoder* decoder, const char* bytes, size_t length,
                                  const uint32_t** outputs, size_t* n_outputs, float* weight);
 

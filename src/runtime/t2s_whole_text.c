@@ -4,8 +4,9 @@
 #include "t2s_decoder_state.h"
 
 /* Of the arcs of a block that read the last byte of a word (span; the text goes on at k), the
-   one whose destination can go on: read the next word's first byte, or be final where the text
-   ends. NULL where none or several can, or where a destination has epsilon or blank arcs. */
+   one whose destination may go on: read the next word's first byte (by its byte bits), or be
+   final where the text ends. NULL where none or several may, or where a destination has epsilon
+   or blank arcs. */
 static const uint32_t* only_way_on(const t2s_model* m, const uint32_t* block, arc_span span,
                                    const char* bytes, size_t k, size_t length) {
   while (k < length && is_blank((uint8_t)bytes[k])) ++k;
@@ -14,12 +15,7 @@ static const uint32_t* only_way_on(const t2s_model* m, const uint32_t* block, ar
     const uint32_t* arc = block_arc(block, a);
     const uint32_t* to = m->blocks + arc[0];
     if (to[1] & (BLOCK_EPSILON | BLOCK_BLANK)) return NULL;
-    if (k < length) {
-      arc_span next = arcs_reading(m, to, (uint8_t)bytes[k]);
-      if (next.first == next.end) continue;
-    } else if (!block_final(to)) {
-      continue;
-    }
+    if (k < length ? !block_may_read(to, (uint8_t)bytes[k]) : !block_final(to)) continue;
     if (found) return NULL;
     found = arc;
   }
@@ -59,7 +55,7 @@ static int decode_clean_path(t2s_decoder* d, const char* bytes, size_t length, f
       /* One arc (so no byte table): its place, after one word of inputs, is known before the
          block is read, and the next block is fetched while the byte is checked. An epsilon or
          blank arc never matches here. */
-      arc = block + 3;
+      arc = block_only_arc(block);
       if (c == 0 || *block_inputs(block) != c) return 0;
     } else {
       if (block_epsilon(block)) return 0;
@@ -122,12 +118,11 @@ static int set_add(t2s_decoder* d, block_set* set, uint32_t block) {
   return 1;
 }
 
-/* Whether a state can go on to read byte c: it has arcs reading c or epsilon arcs. */
+/* Whether a state may go on to read byte c: it has epsilon arcs or, by its byte bits, perhaps
+   arcs reading c. */
 static int may_read(const t2s_model* m, uint32_t block_offset, uint8_t c) {
   const uint32_t* block = m->blocks + block_offset;
-  if (block_epsilon(block)) return 1;
-  arc_span span = arcs_reading(m, block, c);
-  return span.first < span.end;
+  return block_epsilon(block) || block_may_read(block, c);
 }
 
 /* Of n arcs (from arc on), the one to a state that may read byte c, or NULL when none or
@@ -201,8 +196,7 @@ static int any_blank_arc(const t2s_decoder* d, const block_set* set) {
 static int one_way(const t2s_model* m, const uint32_t* block, uint8_t c, int next,
                    const uint32_t** arc) {
   if (block_arcs(block) == 1) {
-    /* Its place is known before the block is read, as in decode_clean_path. */
-    *arc = block + 3;
+    *arc = block_only_arc(block);
     if (*block_inputs(block) != c) return 0;
   } else {
     arc_span span = arcs_reading(m, block, c);
