@@ -134,6 +134,10 @@ TEST(ModelEndToEnd, WeightsTagsAndTheApplyCommand) {
   EXPECT_NE(r.out.find(" states, "), std::string::npos);
   r = RunCommand(tool + " apply --rewrite " + path + " \"meet me at one o'clock\"");
   EXPECT_EQ(r.out, "meet me at 1 h\n");
+  // Any blanks around and between words; a word that starts no match is copied.
+  r = RunCommand("printf ' at\\tat one  o\\047clock\\tat two at \\r\\n' | " + tool +
+                 " apply --rewrite " + path);
+  EXPECT_EQ(r.out, "at at 1 h at 2 at\n");
   // One output line per input line: a miss is an empty line, and named on standard error.
   r = RunCommand("printf 'at two\\nat three\\n at  one o\\047clock \\n' | " + tool + " apply --sep + " + path);
   EXPECT_EQ(r.out, "at+2\n\nat+1+h\n");
