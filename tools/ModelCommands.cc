@@ -108,7 +108,7 @@ class Rewriter {
       : decoder_(decoder), joined_(joined) {}
 
   void Line(Text line, std::string& out) const {
-    auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r'; };
+    auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
     char const* p = line.first;
     char const* end = line.first + line.second;
     while (p < end && blank(*p)) ++p;
