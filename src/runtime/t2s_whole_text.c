@@ -246,9 +246,12 @@ size_t t2s_decoder_longest_match(t2s_decoder* d, const char* bytes, size_t lengt
     if (!layer) {
       int const way = one_way(m, m->blocks + one, c, next, &arc);
       if (way == 0) break;
-      if (way > 0) one = arc[0];
-      else if (!(layer = set_of_one(d, one))) break;
-      sets_used |= way < 0;
+      if (way > 0) {
+        one = arc[0];
+      } else {
+        sets_used = 1;
+        if (!(layer = set_of_one(d, one))) break;
+      }
     }
     if (layer) {
       block_set* to = layer == &d->sets[0] ? &d->sets[1] : &d->sets[0];
