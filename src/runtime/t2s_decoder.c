@@ -224,6 +224,7 @@ void t2s_decoder_reset(t2s_decoder* d) {
   d->held = -1;
   d->separator = 0;
   d->fresh = 1;
+  d->renumbered = 0;
   next_layer(d);
   d->dead = d->model->start < 0;
   if (d->dead) return;

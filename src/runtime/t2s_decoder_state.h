@@ -35,14 +35,15 @@ struct t2s_decoder {
   uint64_t* stamp;    /* per state: layer stamp << 32 | entry offset in the layer */
   uint32_t layer;     /* stamp of the current layer */
   int dead;
-  int held;      /* a word byte fed but not consumed yet (the next byte decides its cost), or -1 */
-  int separator; /* blanks were fed after a word byte */
-  int fresh;     /* nothing fed since the last reset */
+  int held;       /* a word byte fed but not consumed yet (the next byte decides its cost), or -1 */
+  int separator;  /* blanks were fed after a word byte */
+  int fresh;      /* nothing fed since the last reset */
+  int renumbered; /* a set took a fresh layer number since the last reset */
   uint32_t* outputs;
   size_t n_outputs, outputs_capacity;
-  block_set sets[2];     /* t2s_decoder_longest_match's layers */
-  const uint32_t* way;   /* set_step's last arc taken */
-  size_t ways;           /* and their number */
+  block_set sets[2];   /* t2s_decoder_longest_match's layers */
+  const uint32_t* way; /* set_step's last arc taken */
+  size_t ways;         /* and their number */
 };
 
 /* Layers of at most this many entries are searched directly, not through the per-state stamps

@@ -97,9 +97,10 @@ int t2s_decoder_decode(t2s_decoder* d, const char* bytes, size_t length, const u
   return 1;
 }
 
-/* Adds a block to a set of the current layer number (the stamps find it once the set is large);
-   0 when out of memory. */
-static int set_add(t2s_decoder* d, block_set* set, uint32_t block) {
+/* Adds a block to a set; 0 when out of memory. A small set is searched directly, a larger one
+   through the per-state stamps under a fresh layer number (which the layered search then no
+   longer recognises: d->renumbered). */
+static inline int set_add(t2s_decoder* d, block_set* set, uint32_t block) {
   if (set->n < SMALL_LAYER) {
     for (size_t i = 0; i < set->n; ++i)
       if (set->blocks[i] == block) return 1;
@@ -112,9 +113,14 @@ static int set_add(t2s_decoder* d, block_set* set, uint32_t block) {
     set->blocks = bigger;
   }
   set->blocks[set->n++] = block;
-  for (size_t i = set->n < SMALL_LAYER ? set->n : set->n == SMALL_LAYER ? 0 : set->n - 1;
-       i < set->n; ++i)
-    d->stamp[state_of(d, set->blocks[i])] = (uint64_t)d->layer << 32;
+  if (set->n == SMALL_LAYER) {
+    next_layer(d);
+    d->renumbered = 1;
+    for (size_t i = 0; i < set->n; ++i)
+      d->stamp[state_of(d, set->blocks[i])] = (uint64_t)d->layer << 32;
+  } else if (set->n > SMALL_LAYER) {
+    d->stamp[state_of(d, block)] = (uint64_t)d->layer << 32;
+  }
   return 1;
 }
 
@@ -142,7 +148,8 @@ static const uint32_t* only_arc_to_reader(const t2s_model* m, const uint32_t* ar
    from the blocks added meanwhile too); counts the arcs taken in d->ways, the last in d->way.
    With next >= 0 (the byte after c, in the same word), of several arcs only those to states
    that may read it: the others would end there. */
-static int set_step(t2s_decoder* d, const block_set* from, block_set* to, uint8_t c, int next) {
+static inline int set_step(t2s_decoder* d, const block_set* from, block_set* to, uint8_t c,
+                           int next) {
   const t2s_model* m = d->model;
   for (size_t i = 0; i < from->n; ++i) {
     const uint32_t* block = m->blocks + from->blocks[i];
@@ -162,10 +169,9 @@ static int set_step(t2s_decoder* d, const block_set* from, block_set* to, uint8_
 
 /* The layer after reading c (c < 0: a separator, which may also be read by no arc; no from: the
    start), its epsilon arcs followed; next as in set_step. */
-static int set_next(t2s_decoder* d, const block_set* from, block_set* to, int c, int next) {
+static inline int set_next(t2s_decoder* d, const block_set* from, block_set* to, int c, int next) {
   to->n = 0;
   d->ways = 0;
-  next_layer(d);
   if (!from) {
     if (!set_add(d, to, d->model->start_block)) return 0;
   } else if (c >= 0) {
@@ -213,7 +219,6 @@ static int one_way(const t2s_model* m, const uint32_t* block, uint8_t c, int nex
 static block_set* set_of_one(t2s_decoder* d, uint32_t block) {
   block_set* set = &d->sets[0];
   set->n = 0;
-  next_layer(d);
   return set_add(d, set, block) ? set : NULL;
 }
 
@@ -228,12 +233,11 @@ size_t t2s_decoder_longest_match(t2s_decoder* d, const char* bytes, size_t lengt
   uint32_t one = m->start_block; /* the layer, when it is one state */
   block_set* layer = NULL;       /* the layer, when it is a set */
   int single = 1;                /* one path so far */
-  int longest_single = 0, sets_used = 0;
+  int longest_single = 0;
   float sum = 0.0f, longest_sum = 0.0f;
   d->n_outputs = 0;
   int alive = m->start >= 0;
   if (alive && m->has_epsilon && block_epsilon(m->blocks + one)) {
-    sets_used = 1;
     layer = &d->sets[0];
     alive = set_next(d, NULL, layer, 0, -1);
     single = d->ways == 0;
@@ -249,7 +253,6 @@ size_t t2s_decoder_longest_match(t2s_decoder* d, const char* bytes, size_t lengt
       if (way > 0) {
         one = arc[0];
       } else {
-        sets_used = 1;
         if (!(layer = set_of_one(d, one))) break;
       }
     }
@@ -273,7 +276,6 @@ size_t t2s_decoder_longest_match(t2s_decoder* d, const char* bytes, size_t lengt
     }
     while (k < length && is_blank((uint8_t)bytes[k])) ++k;
     if (k < length && (layer ? any_blank_arc(d, layer) : (m->blocks[one + 1] & BLOCK_BLANK) != 0)) {
-      sets_used = 1;
       if (!layer && !(layer = set_of_one(d, one))) break;
       block_set* to = layer == &d->sets[0] ? &d->sets[1] : &d->sets[0];
       alive = set_next(d, layer, to, -1, -1);
@@ -282,7 +284,7 @@ size_t t2s_decoder_longest_match(t2s_decoder* d, const char* bytes, size_t lengt
     }
   }
   /* The layered search's state is untouched unless the sets renumbered the layers. */
-  if (sets_used || !d->fresh) t2s_decoder_reset(d);
+  if (d->renumbered || !d->fresh) t2s_decoder_reset(d);
   if (!longest) return 0;
   if (!longest_single)
     return t2s_decoder_decode(d, bytes, longest, outputs, n_outputs, weight) ? longest : 0;
