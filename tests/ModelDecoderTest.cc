@@ -138,9 +138,12 @@ TEST(ModelDecoder, AgreesWithAPlainSearchOnRandomModels) {
     t2s_model* model = t2s_model_from_memory(bytes.data(), bytes.size(), error, sizeof error);
     ASSERT_NE(model, nullptr) << error;
     t2s_decoder* decoder = t2s_decoder_new(model);
+    std::vector<std::string> texts;
+    std::vector<std::optional<std::pair<float, std::vector<uint32_t>>>> decoded;
     for (int t = 0; t < 20; ++t) {
       std::string text;
       for (size_t i = rng() % 12; i > 0; --i) text += "abc  \t"[rng() % 6];
+      texts.push_back(text);
       t2s_decoder_reset(decoder);
       for (size_t i = 0; i < text.size(); i += 3)
         t2s_decoder_feed(decoder, text.data() + i, std::min<size_t>(3, text.size() - i));
@@ -159,9 +162,12 @@ TEST(ModelDecoder, AgreesWithAPlainSearchOnRandomModels) {
       ASSERT_EQ(t2s_decoder_decode(decoder, text.data(), text.size(), &outputs, &n, &weight),
                 expected.has_value())
           << round << " '" << text << "'";
+      decoded.emplace_back();
       if (expected) {
         EXPECT_EQ(weight, expected->second) << round << " '" << text << "'";
-        EXPECT_EQ(std::vector<uint32_t>(outputs, outputs + n), best) << round << " '" << text << "'";
+        EXPECT_EQ(std::vector<uint32_t>(outputs, outputs + n), best)
+            << round << " '" << text << "'";
+        decoded.back().emplace(weight, best);
       }
       EXPECT_EQ(t2s_decoder_accepts(decoder), Reference(m, "").has_value());  // left reset
       // The longest match: the longest run of whole words from the start that is read.
@@ -185,6 +191,28 @@ TEST(ModelDecoder, AgreesWithAPlainSearchOnRandomModels) {
       }
       accepted += expected.has_value();
     }
+    // Many texts at once, two in flight: each as decoded alone (an odd count too).
+    for (size_t count : {texts.size(), texts.size() - 1}) {
+      std::vector<char const*> starts;
+      std::vector<size_t> lengths;
+      for (size_t i = 0; i < count; ++i) {
+        starts.push_back(texts[i].data());
+        lengths.push_back(texts[i].size());
+      }
+      std::vector<t2s_decoded> results(count);
+      uint32_t const* outputs;
+      ASSERT_TRUE(t2s_decoder_decode_many(decoder, starts.data(), lengths.data(), count,
+                                          results.data(), &outputs));
+      for (size_t i = 0; i < count; ++i) {
+        ASSERT_EQ(results[i].found != 0, decoded[i].has_value()) << round << " '" << texts[i];
+        if (!decoded[i]) continue;
+        EXPECT_EQ(results[i].weight, decoded[i]->first) << round << " '" << texts[i] << "'";
+        uint32_t const* first = outputs + results[i].first_output;
+        EXPECT_EQ(std::vector<uint32_t>(first, first + results[i].n_outputs), decoded[i]->second)
+            << round << " '" << texts[i] << "'";
+      }
+      EXPECT_EQ(t2s_decoder_accepts(decoder), Reference(m, "").has_value());  // left reset
+    }
     t2s_decoder_free(decoder);
     t2s_model_free(model);
   }
@@ -196,13 +224,10 @@ TEST(ModelDecoder, AgreesWithAPlainSearchOnRandomModels) {
 // "a b": between the words a blank arc that loops back competes with reading nothing; the one
 // state reached does not make the path unique.
 TEST(ModelDecoder, OneCallSearchesWeighEveryPath) {
-  Model inside{0,
-               {{{'a', 0, 1, 5}, {'a', 1, 2, 0}},
-                {{'b', 2, 3, 0}},
-                {{'b', 0, 3, 0}},
-                {{'c', 0, 4, 0}},
-                {}},
-               {0, 0, 0, 0, 1}};
+  Model inside{
+      0,
+      {{{'a', 0, 1, 5}, {'a', 1, 2, 0}}, {{'b', 2, 3, 0}}, {{'b', 0, 3, 0}}, {{'c', 0, 4, 0}}, {}},
+      {0, 0, 0, 0, 1}};
   Model blank{0, {{{'a', 0, 1, 0}}, {{' ', 2, 1, -1}, {'b', 0, 2, 0}}, {}}, {0, 0, 1}};
   for (auto const& [m, text, expected] :
        {std::tuple{inside, "abc", std::vector<uint32_t>{1}}, {blank, "a b", {2}}}) {

@@ -22,9 +22,8 @@ void t2s_decoder_free(t2s_decoder* d) {
   if (!d) return;
   free(d->entries);
   free(d->stamp);
-  free(d->outputs);
-  free(d->sets[0].blocks);
-  free(d->sets[1].blocks);
+  word_list* lists[] = {&d->outputs, &d->sets[0], &d->sets[1], &d->batch, &d->second};
+  for (size_t i = 0; i < sizeof lists / sizeof *lists; ++i) free(lists[i]->items);
   free(d);
 }
 
@@ -278,13 +277,15 @@ static int64_t best_final(const t2s_decoder* d) {
 
 /* The path's outputs, in order, into d->outputs. */
 static int read_back(t2s_decoder* d, int64_t best) {
-  d->n_outputs = 0;
+  d->outputs.n = 0;
   for (int64_t i = best; d->entries[i].from >= 0; i = d->entries[i].from)
-    if (d->entries[i].output && !push_output(d, d->entries[i].output)) return 0;
-  for (size_t i = 0; i < d->n_outputs / 2; ++i) {
-    uint32_t t = d->outputs[i];
-    d->outputs[i] = d->outputs[d->n_outputs - 1 - i];
-    d->outputs[d->n_outputs - 1 - i] = t;
+    if (d->entries[i].output && !list_push(&d->outputs, d->entries[i].output)) return 0;
+  uint32_t* outs = d->outputs.items;
+  size_t const n = d->outputs.n;
+  for (size_t i = 0; i < n / 2; ++i) {
+    uint32_t t = outs[i];
+    outs[i] = outs[n - 1 - i];
+    outs[n - 1 - i] = t;
   }
   return 1;
 }
@@ -321,7 +322,7 @@ int t2s_decoder_best(t2s_decoder* d, const uint32_t** outputs, size_t* n_outputs
   if (found && weight) *weight = d->entries[best].weight;
   restore(d, keep_entries, keep_begin);
   if (!found) return 0;
-  if (outputs) *outputs = d->outputs;
-  if (n_outputs) *n_outputs = d->n_outputs;
+  if (outputs) *outputs = d->outputs.items;
+  if (n_outputs) *n_outputs = d->outputs.n;
   return 1;
 }

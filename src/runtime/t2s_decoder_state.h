@@ -1,5 +1,5 @@
 /* The decoder's state, shared by its layered search (t2s_decoder.c) and its searches over a
-   whole text (t2s_whole_text.c). Private to the runtime. */
+   whole text (t2s_clean_path.c, t2s_longest_match.c). Private to the runtime. */
 #ifndef T2S_DECODER_STATE_H
 #define T2S_DECODER_STATE_H
 
@@ -21,11 +21,12 @@ typedef struct {
   int64_t from;    /* entry index, -1 at the start */
 } entry;
 
-/* A set of states (their blocks), for a search that only asks which states a text reaches. */
+/* A growing array of 32-bit words: a path's outputs, or a set of states (their blocks) for a
+   search that only asks which states a text reaches. */
 typedef struct {
-  uint32_t* blocks;
+  uint32_t* items;
   size_t n, capacity;
-} block_set;
+} word_list;
 
 struct t2s_decoder {
   const t2s_model* model;
@@ -39,9 +40,10 @@ struct t2s_decoder {
   int separator;  /* blanks were fed after a word byte */
   int fresh;      /* nothing fed since the last reset */
   int renumbered; /* a set took a fresh layer number since the last reset */
-  uint32_t* outputs;
-  size_t n_outputs, outputs_capacity;
-  block_set sets[2];   /* t2s_decoder_longest_match's layers */
+  word_list outputs;   /* of the path found */
+  word_list sets[2];   /* t2s_decoder_longest_match's layers */
+  word_list batch;     /* t2s_decoder_decode_many's outputs of all its texts */
+  word_list second;    /* and of the second text in flight */
   const uint32_t* way; /* set_step's last arc taken */
   size_t ways;         /* and their number */
 };
@@ -71,14 +73,14 @@ static inline void* grown(void* array, size_t* capacity, size_t element_size, si
   return bigger;
 }
 
-/* Appends an output to d->outputs; 0 when out of memory. */
-static inline int push_output(t2s_decoder* d, uint32_t out) {
-  if (d->n_outputs == d->outputs_capacity) {
-    uint32_t* bigger = (uint32_t*)grown(d->outputs, &d->outputs_capacity, sizeof(uint32_t), 16);
+/* Appends a word to a list; 0 when out of memory. */
+static inline int list_push(word_list* list, uint32_t word) {
+  if (list->n == list->capacity) {
+    uint32_t* bigger = (uint32_t*)grown(list->items, &list->capacity, sizeof(uint32_t), 16);
     if (!bigger) return 0;
-    d->outputs = bigger;
+    list->items = bigger;
   }
-  d->outputs[d->n_outputs++] = out;
+  list->items[list->n++] = word;
   return 1;
 }
 

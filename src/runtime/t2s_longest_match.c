@@ -1,123 +1,24 @@
-/* Searches that are handed the whole text at once: the best path of a text, and the longest
-   start of a text that the model reads. Both avoid the layered search where the text leaves one
-   way to go. */
+/* The longest start of a text that the model reads, found by which states the text reaches:
+   without costs, one state or a small set a byte, and the best path only where it is not the
+   text's only path. */
 #include "t2s_decoder_state.h"
-
-/* Of the arcs of a block that read the last byte of a word (span; the text goes on at k), the
-   one whose destination may go on: read the next word's first byte (by its byte bits), or be
-   final where the text ends. NULL where none or several may, or where a destination has epsilon
-   or blank arcs. */
-static const uint32_t* only_way_on(const t2s_model* m, const uint32_t* block, arc_span span,
-                                   const char* bytes, size_t k, size_t length) {
-  while (k < length && is_blank((uint8_t)bytes[k])) ++k;
-  const uint32_t* found = NULL;
-  for (uint32_t a = span.first; a < span.end; ++a) {
-    const uint32_t* arc = block_arc(block, a);
-    const uint32_t* to = m->blocks + arc[0];
-    if (to[1] & (BLOCK_EPSILON | BLOCK_BLANK)) return NULL;
-    if (k < length ? !block_may_read(to, (uint8_t)bytes[k]) : !block_final(to)) continue;
-    if (found) return NULL;
-    found = arc;
-  }
-  return found;
-}
-
-/* Of n arcs (from arc on) that read a byte inside a word, the one that emits nothing, or NULL
-   when none or several do. */
-static const uint32_t* only_silent_arc(const uint32_t* arc, uint32_t n) {
-  const uint32_t* silent = NULL;
-  for (; n > 0; --n, arc += 3) {
-    if (arc[2]) continue;
-    if (silent) return NULL;
-    silent = arc;
-  }
-  return silent;
-}
-
-/* The text's one path that emits no output inside a word, followed while it is the only one:
-   inside a word a byte has one arc without output, the last byte of a word has one arc, and no
-   state on the way has epsilon arcs, nor blank arcs between two words. Ending in a final state,
-   it is the best path (every other path emits inside a word) and its outputs are in d->outputs:
-   1. Anything else is for the layered search to decide: 0. */
-static int decode_clean_path(t2s_decoder* d, const char* bytes, size_t length, float* weight) {
-  const t2s_model* m = d->model;
-  if (m->start < 0) return 0;
-  const uint32_t* block = m->blocks + m->start_block;
-  float sum = 0.0f;
-  d->n_outputs = 0;
-  size_t k = 0;
-  while (k < length && is_blank((uint8_t)bytes[k])) ++k;
-  while (k < length) {
-    uint8_t c = (uint8_t)bytes[k++];
-    int const last = k == length || is_blank((uint8_t)bytes[k]);
-    const uint32_t* arc;
-    if (block_arcs(block) == 1) {
-      /* One arc (so no byte table): its place, after one word of inputs, is known before the
-         block is read, and the next block is fetched while the byte is checked. An epsilon or
-         blank arc never matches here. */
-      arc = block_only_arc(block);
-      if (c == 0 || *block_inputs(block) != c) return 0;
-    } else {
-      if (block_epsilon(block)) return 0;
-      arc_span span = arcs_reading(m, block, c);
-      if (c == 0 || span.first == span.end) return 0;
-      arc = block_arc(block, span.first);
-      if (span.end - span.first > 1)
-        arc = last ? only_way_on(m, block, span, bytes, k, length)
-                   : only_silent_arc(arc, span.end - span.first);
-      if (!arc) return 0;
-    }
-    if (!last && arc[2]) return 0;
-    if (arc[2] && !push_output(d, arc[2])) return 0;
-    sum += arc_weight(arc);
-    block = m->blocks + arc[0];
-    if (last) {
-      while (k < length && is_blank((uint8_t)bytes[k])) ++k;
-      if (k < length && (block[1] & BLOCK_BLANK)) return 0;
-    }
-  }
-  if (block_epsilon(block) || !block_final(block)) return 0;
-  *weight = sum;
-  return 1;
-}
-
-int t2s_decoder_decode(t2s_decoder* d, const char* bytes, size_t length, const uint32_t** outputs,
-                       size_t* n_outputs, float* weight) {
-  float sum;
-  int found = decode_clean_path(d, bytes, length, &sum);
-  if (!found) {
-    t2s_decoder_reset(d);
-    found = t2s_decoder_feed(d, bytes, length) && t2s_decoder_best(d, NULL, NULL, &sum);
-  }
-  if (!d->fresh) t2s_decoder_reset(d);
-  if (!found) return 0;
-  if (outputs) *outputs = d->outputs;
-  if (n_outputs) *n_outputs = d->n_outputs;
-  if (weight) *weight = sum;
-  return 1;
-}
 
 /* Adds a block to a set; 0 when out of memory. A small set is searched directly, a larger one
    through the per-state stamps under a fresh layer number (which the layered search then no
    longer recognises: d->renumbered). */
-static inline int set_add(t2s_decoder* d, block_set* set, uint32_t block) {
+static inline int set_add(t2s_decoder* d, word_list* set, uint32_t block) {
   if (set->n < SMALL_LAYER) {
     for (size_t i = 0; i < set->n; ++i)
-      if (set->blocks[i] == block) return 1;
+      if (set->items[i] == block) return 1;
   } else if ((uint32_t)(d->stamp[state_of(d, block)] >> 32) == d->layer) {
     return 1;
   }
-  if (set->n == set->capacity) {
-    uint32_t* bigger = (uint32_t*)grown(set->blocks, &set->capacity, sizeof(uint32_t), 64);
-    if (!bigger) return 0;
-    set->blocks = bigger;
-  }
-  set->blocks[set->n++] = block;
+  if (!list_push(set, block)) return 0;
   if (set->n == SMALL_LAYER) {
     next_layer(d);
     d->renumbered = 1;
     for (size_t i = 0; i < set->n; ++i)
-      d->stamp[state_of(d, set->blocks[i])] = (uint64_t)d->layer << 32;
+      d->stamp[state_of(d, set->items[i])] = (uint64_t)d->layer << 32;
   } else if (set->n > SMALL_LAYER) {
     d->stamp[state_of(d, block)] = (uint64_t)d->layer << 32;
   }
@@ -148,11 +49,11 @@ static const uint32_t* only_arc_to_reader(const t2s_model* m, const uint32_t* ar
    from the blocks added meanwhile too); counts the arcs taken in d->ways, the last in d->way.
    With next >= 0 (the byte after c, in the same word), of several arcs only those to states
    that may read it: the others would end there. */
-static inline int set_step(t2s_decoder* d, const block_set* from, block_set* to, uint8_t c,
+static inline int set_step(t2s_decoder* d, const word_list* from, word_list* to, uint8_t c,
                            int next) {
   const t2s_model* m = d->model;
   for (size_t i = 0; i < from->n; ++i) {
-    const uint32_t* block = m->blocks + from->blocks[i];
+    const uint32_t* block = m->blocks + from->items[i];
     if (c == 0 && !block_epsilon(block)) continue;
     arc_span span = arcs_reading(m, block, c);
     int const filter = next >= 0 && span.end - span.first > 1;
@@ -169,7 +70,7 @@ static inline int set_step(t2s_decoder* d, const block_set* from, block_set* to,
 
 /* The layer after reading c (c < 0: a separator, which may also be read by no arc; no from: the
    start), its epsilon arcs followed; next as in set_step. */
-static inline int set_next(t2s_decoder* d, const block_set* from, block_set* to, int c, int next) {
+static inline int set_next(t2s_decoder* d, const word_list* from, word_list* to, int c, int next) {
   to->n = 0;
   d->ways = 0;
   if (!from) {
@@ -178,21 +79,21 @@ static inline int set_next(t2s_decoder* d, const block_set* from, block_set* to,
     if (!set_step(d, from, to, (uint8_t)c, next)) return 0;
   } else {
     for (size_t i = 0; i < from->n; ++i)
-      if (!set_add(d, to, from->blocks[i])) return 0;
+      if (!set_add(d, to, from->items[i])) return 0;
     if (!set_step(d, from, to, ' ', -1) || !set_step(d, from, to, '\t', -1)) return 0;
   }
   return !d->model->has_epsilon || set_step(d, to, to, 0, -1);
 }
 
-static int any_final(const t2s_decoder* d, const block_set* set) {
+static int any_final(const t2s_decoder* d, const word_list* set) {
   for (size_t i = 0; i < set->n; ++i)
-    if (block_final(d->model->blocks + set->blocks[i])) return 1;
+    if (block_final(d->model->blocks + set->items[i])) return 1;
   return 0;
 }
 
-static int any_blank_arc(const t2s_decoder* d, const block_set* set) {
+static int any_blank_arc(const t2s_decoder* d, const word_list* set) {
   for (size_t i = 0; i < set->n; ++i)
-    if (d->model->blocks[set->blocks[i] + 1] & BLOCK_BLANK) return 1;
+    if (d->model->blocks[set->items[i] + 1] & BLOCK_BLANK) return 1;
   return 0;
 }
 
@@ -216,8 +117,8 @@ static int one_way(const t2s_model* m, const uint32_t* block, uint8_t c, int nex
 }
 
 /* A layer of one state as a set (the first of the decoder's two), or NULL when out of memory. */
-static block_set* set_of_one(t2s_decoder* d, uint32_t block) {
-  block_set* set = &d->sets[0];
+static word_list* set_of_one(t2s_decoder* d, uint32_t block) {
+  word_list* set = &d->sets[0];
   set->n = 0;
   return set_add(d, set, block) ? set : NULL;
 }
@@ -231,11 +132,11 @@ size_t t2s_decoder_longest_match(t2s_decoder* d, const char* bytes, size_t lengt
   const t2s_model* m = d->model;
   size_t longest = 0, longest_outputs = 0, k = 0;
   uint32_t one = m->start_block; /* the layer, when it is one state */
-  block_set* layer = NULL;       /* the layer, when it is a set */
+  word_list* layer = NULL;       /* the layer, when it is a set */
   int single = 1;                /* one path so far */
   int longest_single = 0;
   float sum = 0.0f, longest_sum = 0.0f;
-  d->n_outputs = 0;
+  d->outputs.n = 0;
   int alive = m->start >= 0;
   if (alive && m->has_epsilon && block_epsilon(m->blocks + one)) {
     layer = &d->sets[0];
@@ -257,30 +158,30 @@ size_t t2s_decoder_longest_match(t2s_decoder* d, const char* bytes, size_t lengt
       }
     }
     if (layer) {
-      block_set* to = layer == &d->sets[0] ? &d->sets[1] : &d->sets[0];
+      word_list* to = layer == &d->sets[0] ? &d->sets[1] : &d->sets[0];
       if (!set_next(d, layer, to, c, next) || to->n == 0) break;
       single = single && layer->n == 1 && d->ways == 1;
       arc = d->way;
-      layer = to->n == 1 ? (one = to->blocks[0], NULL) : to;
+      layer = to->n == 1 ? (one = to->items[0], NULL) : to;
     }
     if (single) {
-      if (arc[2] && !push_output(d, arc[2])) break;
+      if (arc[2] && !list_push(&d->outputs, arc[2])) break;
       sum += arc_weight(arc);
     }
     if (next >= 0) continue;
     if (layer ? any_final(d, layer) : block_final(m->blocks + one)) {
       longest = k;
       longest_single = single;
-      longest_outputs = d->n_outputs;
+      longest_outputs = d->outputs.n;
       longest_sum = sum;
     }
     while (k < length && is_blank((uint8_t)bytes[k])) ++k;
     if (k < length && (layer ? any_blank_arc(d, layer) : (m->blocks[one + 1] & BLOCK_BLANK) != 0)) {
       if (!layer && !(layer = set_of_one(d, one))) break;
-      block_set* to = layer == &d->sets[0] ? &d->sets[1] : &d->sets[0];
+      word_list* to = layer == &d->sets[0] ? &d->sets[1] : &d->sets[0];
       alive = set_next(d, layer, to, -1, -1);
       single = single && d->ways == 0;
-      layer = to->n == 1 ? (one = to->blocks[0], NULL) : to;
+      layer = to->n == 1 ? (one = to->items[0], NULL) : to;
     }
   }
   /* The layered search's state is untouched unless the sets renumbered the layers. */
@@ -288,9 +189,9 @@ size_t t2s_decoder_longest_match(t2s_decoder* d, const char* bytes, size_t lengt
   if (!longest) return 0;
   if (!longest_single)
     return t2s_decoder_decode(d, bytes, longest, outputs, n_outputs, weight) ? longest : 0;
-  d->n_outputs = longest_outputs;
-  if (outputs) *outputs = d->outputs;
-  if (n_outputs) *n_outputs = d->n_outputs;
+  d->outputs.n = longest_outputs;
+  if (outputs) *outputs = d->outputs.items;
+  if (n_outputs) *n_outputs = d->outputs.n;
   if (weight) *weight = longest_sum;
   return longest;
 }
