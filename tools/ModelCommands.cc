@@ -89,15 +89,45 @@ class JoinedOutputs {
   std::vector<size_t> starts_;
 };
 
-// The whole line must be read by the model (blanks between words are its to read or skip); its
-// outputs are appended to out.
-bool ApplyLine(t2s_decoder* decoder, Text line, JoinedOutputs const& joined, std::string& out) {
-  uint32_t const* outputs;
-  size_t n;
-  if (!t2s_decoder_decode(decoder, line.first, line.second, &outputs, &n, nullptr)) return false;
-  joined.Append(outputs, n, out);
-  return true;
-}
+// Whole lines, each of which the model must read (blanks between words are its to read or
+// skip), decoded a batch at a time: the decoder follows two lines at once.
+class LineDecoder {
+ public:
+  LineDecoder(t2s_decoder* decoder, JoinedOutputs const& joined)
+      : decoder_(decoder), joined_(joined) {}
+
+  void Add(Text line) {
+    texts_.push_back(line.first);
+    lengths_.push_back(line.second);
+  }
+
+  // Appends each line's outputs and a newline to out; calls miss(i) for a line that the model
+  // does not read, after its (empty) line. Returns false when out of memory.
+  template <typename Miss>
+  bool Flush(std::string& out, Miss miss) {
+    results_.resize(texts_.size());
+    uint32_t const* outputs = nullptr;
+    bool const ok = t2s_decoder_decode_many(decoder_, texts_.data(), lengths_.data(), texts_.size(),
+                                            results_.data(), &outputs) != 0;
+    for (size_t i = 0; ok && i < results_.size(); ++i) {
+      joined_.Append(outputs + results_[i].first_output, results_[i].n_outputs, out);
+      out += '\n';
+      if (!results_[i].found) miss(i);
+    }
+    texts_.clear();
+    lengths_.clear();
+    return ok;
+  }
+
+  size_t size() const { return texts_.size(); }
+
+ private:
+  t2s_decoder* decoder_;
+  JoinedOutputs const& joined_;
+  std::vector<char const*> texts_;
+  std::vector<size_t> lengths_;
+  std::vector<t2s_decoded> results_;
+};
 
 // From the left, the longest run of words that the model reads is replaced by its outputs; a
 // word that starts no such run is copied. The runs are matched in the line's own bytes (blanks
@@ -120,7 +150,8 @@ class Rewriter {
     while (p < end) {
       uint32_t const* outputs;
       size_t n;
-      size_t const run = t2s_decoder_longest_match(decoder_, p, size_t(end - p), &outputs, &n, nullptr);
+      size_t const run =
+          t2s_decoder_longest_match(decoder_, p, size_t(end - p), &outputs, &n, nullptr);
       if (run == 0) {
         char const* word_end = p;
         while (word_end < end && !blank(*word_end)) ++word_end;
@@ -145,9 +176,10 @@ class Rewriter {
 };
 
 // Calls handle(line) for each line of standard input (without its newline), reading in large
-// blocks: a line is handed over where it lies in the buffer.
-template <typename Handle>
-void ForEachInputLine(Handle handle) {
+// blocks: a line is handed over where it lies in the buffer, and stays there until done() is
+// called (before the buffer is reused, and at the end).
+template <typename Handle, typename Done>
+void ForEachInputLine(Handle handle, Done done) {
   std::vector<char> buffer(1 << 20);
   size_t held = 0;  // bytes of an unfinished line at the start of the buffer
   for (;;) {
@@ -161,10 +193,11 @@ void ForEachInputLine(Handle handle) {
       start = size_t(nl - buffer.data()) + 1;
     }
     held = filled - start;
-    std::memmove(buffer.data(), buffer.data() + start, held);
+    if (got == 0 && held) handle(Text(buffer.data(), held));
+    done();
     if (got == 0) break;
+    std::memmove(buffer.data(), buffer.data() + start, held);
   }
-  if (held) handle(Text(buffer.data(), held));
 }
 
 }  // namespace
@@ -181,38 +214,51 @@ int RunApply(int argc, char** argv) {
   t2s_decoder* decoder = t2s_decoder_new(model);
   JoinedOutputs const joined(model, args.value("--sep", " "));
   Rewriter rewriter(decoder, joined);
-  bool rewrite = args.has("--rewrite"), all_matched = true;
-  size_t line_number = 0;
-  // Outputs gather in one buffer, written in large pieces.
+  LineDecoder lines(decoder, joined);
+  bool const rewrite = args.has("--rewrite");
+  bool all_matched = true, out_of_memory = false;
+  size_t line_number = 0;  // of the last line handed over
+  // Outputs gather in one buffer, written in large pieces. One output line per input line, so
+  // outputs line up with inputs; a miss is an empty line.
   std::string out;
   auto flush = [&out]() {
     std::fwrite(out.data(), 1, out.size(), stdout);
     std::fflush(stdout);
     out.clear();
   };
-  // One output line per input line, so outputs line up with inputs; a miss is an empty line.
+  auto decode_lines = [&]() {
+    size_t const first = line_number + 1 - lines.size();
+    if (!lines.Flush(out, [&](size_t i) {
+          flush();
+          std::fprintf(stderr, "line %zu: no match\n", first + i);
+          all_matched = false;
+        })) {
+      std::fprintf(stderr, "t2sfst apply: out of memory at line %zu\n", first);
+      out_of_memory = true;
+    }
+    if (out.size() >= (1 << 16)) flush();
+  };
   auto handle = [&](Text line) {
+    if (out_of_memory) return;
     ++line_number;
-    if (rewrite) {
-      rewriter.Line(line, out);
-    } else if (!ApplyLine(decoder, line, joined, out)) {
-      out += '\n';
-      flush();
-      std::fprintf(stderr, "line %zu: no match\n", line_number);
-      all_matched = false;
+    if (!rewrite) {
+      lines.Add(line);
+      if (lines.size() == 256) decode_lines();
       return;
     }
+    rewriter.Line(line, out);
     out += '\n';
     if (out.size() >= (1 << 16)) flush();
   };
   if (args.positional.size() > 1) {
     for (size_t i = 1; i < args.positional.size(); ++i)
       handle(Text(args.positional[i].data(), args.positional[i].size()));
+    decode_lines();
   } else {
-    ForEachInputLine(handle);
+    ForEachInputLine(handle, decode_lines);
   }
   flush();
   t2s_decoder_free(decoder);
   t2s_model_free(model);
-  return all_matched ? 0 : 1;
+  return all_matched && !out_of_memory ? 0 : 1;
 }
