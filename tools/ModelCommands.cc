@@ -52,6 +52,48 @@ namespace {
 
 using Text = std::pair<char const*, size_t>;
 
+// Output gathered in one block and written to standard output in large pieces.
+class OutputBuffer {
+ public:
+  static constexpr size_t kPadding = 16;
+
+  size_t size() const { return size_; }
+  bool Full() const { return size_ >= (1 << 16); }
+  void Truncate(size_t size) { size_ = size; }
+  void Put(char c) {
+    Reserve(1);
+    data_[size_++] = c;
+  }
+  void Append(char const* from, size_t n) {
+    Reserve(n);
+    std::memcpy(data_.data() + size_, from, n);
+    size_ += n;
+  }
+  // Append() for a string that may be read kPadding bytes past its end: a short one is then
+  // copied by one fixed-size move instead of a call.
+  void AppendPadded(char const* from, size_t n) {
+    Reserve(n + kPadding);
+    if (n <= kPadding)
+      std::memcpy(data_.data() + size_, from, kPadding);
+    else
+      std::memcpy(data_.data() + size_, from, n);
+    size_ += n;
+  }
+  void Flush() {
+    std::fwrite(data_.data(), 1, size_, stdout);
+    std::fflush(stdout);
+    size_ = 0;
+  }
+
+ private:
+  void Reserve(size_t n) {
+    if (data_.size() - size_ < n) data_.resize(std::max(2 * data_.size(), size_ + n));
+  }
+
+  std::vector<char> data_ = std::vector<char>(1 << 17);
+  size_t size_ = 0;
+};
+
 // The model's output strings, each with the separator in front, laid end to end: joining a
 // path's outputs is then one copy per output.
 class JoinedOutputs {
@@ -66,20 +108,13 @@ class JoinedOutputs {
       text_.append(t2s_model_string(model, i), t2s_model_string_length(model, i));
     }
     starts_.push_back(text_.size());
+    text_.append(OutputBuffer::kPadding, '\0');
   }
 
-  void Append(uint32_t const* outputs, size_t n, std::string& out) const {
-    if (n == 0) return;
-    size_t total = 0;
-    for (size_t i = 0; i < n; ++i) total += starts_[outputs[i] + 1] - starts_[outputs[i]];
-    size_t const at = out.size();
-    out.resize(at + total - separator_size_);
-    char* p = &out[at];
+  void Append(uint32_t const* outputs, size_t n, OutputBuffer& out) const {
     for (size_t i = 0; i < n; ++i) {
-      size_t const skip = i ? 0 : separator_size_;
-      size_t const begin = starts_[outputs[i]] + skip, end = starts_[outputs[i] + 1];
-      std::memcpy(p, text_.data() + begin, end - begin);
-      p += end - begin;
+      size_t const begin = starts_[outputs[i]] + (i ? 0 : separator_size_);
+      out.AppendPadded(text_.data() + begin, starts_[outputs[i] + 1] - begin);
     }
   }
 
@@ -104,14 +139,14 @@ class LineDecoder {
   // Appends each line's outputs and a newline to out; calls miss(i) for a line that the model
   // does not read, after its (empty) line. Returns false when out of memory.
   template <typename Miss>
-  bool Flush(std::string& out, Miss miss) {
+  bool Flush(OutputBuffer& out, Miss miss) {
     results_.resize(texts_.size());
     uint32_t const* outputs = nullptr;
     bool const ok = t2s_decoder_decode_many(decoder_, texts_.data(), lengths_.data(), texts_.size(),
                                             results_.data(), &outputs) != 0;
     for (size_t i = 0; ok && i < results_.size(); ++i) {
       joined_.Append(outputs + results_[i].first_output, results_[i].n_outputs, out);
-      out += '\n';
+      out.Put('\n');
       if (!results_[i].found) miss(i);
     }
     texts_.clear();
@@ -137,7 +172,7 @@ class Rewriter {
   Rewriter(t2s_decoder* decoder, JoinedOutputs const& joined)
       : decoder_(decoder), joined_(joined) {}
 
-  void Line(Text line, std::string& out) const {
+  void Line(Text line, OutputBuffer& out) const {
     auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
     char const* p = line.first;
     char const* end = line.first + line.second;
@@ -145,7 +180,7 @@ class Rewriter {
     while (end > p && blank(end[-1])) --end;
     size_t const line_start = out.size();
     auto start_piece = [&out, line_start]() {
-      if (out.size() > line_start) out += ' ';
+      if (out.size() > line_start) out.Put(' ');
     };
     while (p < end) {
       uint32_t const* outputs;
@@ -156,14 +191,14 @@ class Rewriter {
         char const* word_end = p;
         while (word_end < end && !blank(*word_end)) ++word_end;
         start_piece();
-        out.append(p, size_t(word_end - p));
+        out.Append(p, size_t(word_end - p));
         p = word_end;
       } else {
         size_t const before = out.size();
         start_piece();
         size_t const piece = out.size();
         joined_.Append(outputs, n, out);
-        if (out.size() == piece) out.resize(before);  // an empty replacement adds no blank
+        if (out.size() == piece) out.Truncate(before);  // an empty replacement adds no blank
         p += run;
       }
       while (p < end && blank(*p)) ++p;
@@ -218,25 +253,19 @@ int RunApply(int argc, char** argv) {
   bool const rewrite = args.has("--rewrite");
   bool all_matched = true, out_of_memory = false;
   size_t line_number = 0;  // of the last line handed over
-  // Outputs gather in one buffer, written in large pieces. One output line per input line, so
-  // outputs line up with inputs; a miss is an empty line.
-  std::string out;
-  auto flush = [&out]() {
-    std::fwrite(out.data(), 1, out.size(), stdout);
-    std::fflush(stdout);
-    out.clear();
-  };
+  // One output line per input line, so outputs line up with inputs; a miss is an empty line.
+  OutputBuffer out;
   auto decode_lines = [&]() {
     size_t const first = line_number + 1 - lines.size();
     if (!lines.Flush(out, [&](size_t i) {
-          flush();
+          out.Flush();
           std::fprintf(stderr, "line %zu: no match\n", first + i);
           all_matched = false;
         })) {
       std::fprintf(stderr, "t2sfst apply: out of memory at line %zu\n", first);
       out_of_memory = true;
     }
-    if (out.size() >= (1 << 16)) flush();
+    if (out.Full()) out.Flush();
   };
   auto handle = [&](Text line) {
     if (out_of_memory) return;
@@ -247,8 +276,8 @@ int RunApply(int argc, char** argv) {
       return;
     }
     rewriter.Line(line, out);
-    out += '\n';
-    if (out.size() >= (1 << 16)) flush();
+    out.Put('\n');
+    if (out.Full()) out.Flush();
   };
   if (args.positional.size() > 1) {
     for (size_t i = 1; i < args.positional.size(); ++i)
@@ -257,7 +286,7 @@ int RunApply(int argc, char** argv) {
   } else {
     ForEachInputLine(handle, decode_lines);
   }
-  flush();
+  out.Flush();
   t2s_decoder_free(decoder);
   t2s_model_free(model);
   return all_matched && !out_of_memory ? 0 : 1;
