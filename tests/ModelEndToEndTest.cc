@@ -143,6 +143,8 @@ TEST(ModelEndToEnd, WeightsTagsAndTheApplyCommand) {
   EXPECT_EQ(r.out, "at+2\n\nat+1+h\n");
   EXPECT_EQ(r.err, "line 2: no match\n");
   EXPECT_EQ(r.status, 1);
+  r = RunCommand(tool + " apply --sep ' ================ ' " + path + " \"at one o'clock\"");
+  EXPECT_EQ(r.out, "at ================ 1 ================ h\n");  // pieces longer than 16 bytes
   r = RunCommand(tool + " make-model " + WriteTempFile("bad.gram", "public <a> = (x;") + " " +
                  path);
   EXPECT_EQ(r.status, 1);
