@@ -22,18 +22,6 @@ static const uint32_t* only_way_on(const t2s_model* m, const uint32_t* block, ar
   return found;
 }
 
-/* Of n arcs (from arc on) that read a byte inside a word, the one that emits nothing, or NULL
-   when none or several do. */
-static const uint32_t* only_silent_arc(const uint32_t* arc, uint32_t n) {
-  const uint32_t* silent = NULL;
-  for (; n > 0; --n, arc += 3) {
-    if (arc[2]) continue;
-    if (silent) return NULL;
-    silent = arc;
-  }
-  return silent;
-}
-
 /* A text's clean path, the one that emits no output inside a word, followed while it is the only
    one: inside a word a byte has one arc without output, the last byte of a word has one arc (or
    one whose destination may go on), and no state on the way has epsilon arcs, nor blank arcs
@@ -70,6 +58,17 @@ WALK_INLINE int walk_start(const t2s_model* m, clean_walk* w, const char* bytes,
   w->out = *out;
   if (m->start < 0) return WALK_LOST;
   while (w->k < length && is_blank((uint8_t)bytes[w->k])) ++w->k;
+  size_t const k = w->k;
+  if (k + 2 < length && (uint8_t)bytes[k + 2] > ' ') { /* a word of three bytes or more */
+    start_pair const pair =
+        m->start_pairs[m->pair_class[(uint8_t)bytes[k]] * m->n_pair_classes +
+                       m->pair_class[(uint8_t)bytes[k + 1]]];
+    if (pair.block != NO_PAIR) {
+      w->block = m->blocks + pair.block;
+      w->sum = pair.weight;
+      w->k = k + 2;
+    }
+  }
   return w->k < length ? WALK_ON : walk_end(w->block);
 }
 
@@ -88,15 +87,15 @@ WALK_INLINE int walk_step(const t2s_model* m, clean_walk* w) {
        blank arc never matches here. */
     arc = block_only_arc(block);
     if (c == 0 || *block_inputs(block) != c) return WALK_LOST;
+  } else if (!last) {
+    if (!(arc = clean_arc_inside_word(m, block, c))) return WALK_LOST;
   } else {
     if (block_epsilon(block)) return WALK_LOST;
     arc_span span = arcs_reading(m, block, c);
     if (c == 0 || span.first == span.end) return WALK_LOST;
     arc = block_arc(block, span.first);
-    if (span.end - span.first > 1)
-      arc = last ? only_way_on(m, block, span, bytes, k, length)
-                 : only_silent_arc(arc, span.end - span.first);
-    if (!arc) return WALK_LOST;
+    if (span.end - span.first > 1 && !(arc = only_way_on(m, block, span, bytes, k, length)))
+      return WALK_LOST;
   }
   if (!last && arc[2]) return WALK_LOST;
   if (arc[2] && !list_push(&w->out, arc[2])) return WALK_LOST;

@@ -165,6 +165,33 @@ static const char* build_blocks(t2s_model* m) {
   return NULL;
 }
 
+/* The start pairs (t2s_model_layout.h); 0 when out of memory. */
+static int build_start_pairs(t2s_model* m) {
+  uint8_t read[256] = {0};
+  for (uint32_t i = 0; i < m->num_arcs; ++i) read[m->arcs[i].input] = 1;
+  uint32_t n = 1;
+  for (int c = ' ' + 1; c < 256; ++c)
+    if (read[c]) m->pair_class[c] = (uint8_t)n++;
+  m->n_pair_classes = n;
+  m->start_pairs = (start_pair*)malloc((size_t)n * n * sizeof(start_pair));
+  if (!m->start_pairs) return 0;
+  for (size_t i = 0; i < (size_t)n * n; ++i) m->start_pairs[i].block = NO_PAIR;
+  if (m->start < 0) return 1;
+  for (int c1 = ' ' + 1; c1 < 256; ++c1) {
+    const uint32_t* first =
+        read[c1] ? clean_arc_inside_word(m, m->blocks + m->start_block, (uint8_t)c1) : NULL;
+    for (int c2 = ' ' + 1; first && c2 < 256; ++c2) {
+      const uint32_t* second =
+          read[c2] ? clean_arc_inside_word(m, m->blocks + first[0], (uint8_t)c2) : NULL;
+      if (!second) continue;
+      start_pair* pair = &m->start_pairs[m->pair_class[c1] * n + m->pair_class[c2]];
+      pair->block = second[0];
+      pair->weight = (0.0f + arc_weight(first)) + arc_weight(second); /* as the walk adds them */
+    }
+  }
+  return 1;
+}
+
 void t2s_model_free(t2s_model* model) {
   if (!model) return;
   free(model->states);
@@ -173,6 +200,7 @@ void t2s_model_free(t2s_model* model) {
   free(model->string_offsets);
   free(model->blocks);
   free(model->byte_tables);
+  free(model->start_pairs);
   free(model);
 }
 
@@ -303,6 +331,7 @@ t2s_model* t2s_model_from_memory(const void* data, size_t size, char* error, siz
   for (uint32_t i = 0; i < model->num_arcs; ++i)
     if (model->arcs[i].input == 0) model->has_epsilon = 1;
   const char* failure = build_blocks(model);
+  if (!failure && !build_start_pairs(model)) failure = "out of memory loading a model";
   if (failure) {
     fail(error, error_size, "%s", failure);
     t2s_model_free(model);

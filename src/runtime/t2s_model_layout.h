@@ -41,6 +41,16 @@ typedef struct {
 #define BYTE_TABLE_SIZE 257
 #define BLOCK_HEADER 3 /* words before the table number or the inputs */
 
+/* Where a word's first two bytes (neither of them its last) lead from the start state along the
+   clean path (t2s_clean_path.c), and their weight; block is NO_PAIR where that path is not the
+   only one. Every text starts at the start state, which is usually the widest: its steps cost
+   the most. Indexed by the two bytes' classes (class 0: a blank, or a byte no arc reads). */
+typedef struct {
+  uint32_t block;
+  float weight;
+} start_pair;
+#define NO_PAIR UINT32_MAX
+
 struct t2s_model {
   int32_t start;
   uint32_t num_states, num_arcs, num_strings, pool_size;
@@ -52,6 +62,9 @@ struct t2s_model {
   uint32_t start_block;  /* word offset of the start state's block */
   uint32_t* byte_tables; /* BYTE_TABLE_SIZE entries a table */
   int has_epsilon;       /* any arc with input 0 */
+  uint8_t pair_class[256];
+  uint32_t n_pair_classes;  /* class 0 included */
+  start_pair* start_pairs;  /* n_pair_classes squared */
 };
 
 static inline uint32_t block_state(const uint32_t* block) { return block[0]; }
@@ -115,8 +128,8 @@ static inline arc_span arcs_reading(const t2s_model* m, const uint32_t* block, u
     uint32_t equal = (uint32_t)_mm_movemask_epi8(_mm_cmpeq_epi8(chunk, wanted)) & valid;
     if (!equal) continue;
     span.first = k + (uint32_t)__builtin_ctz(equal);
-    span.end = span.first;
-    while (span.end < n && inputs[span.end] == c) ++span.end;
+    span.end = k + 32 - (uint32_t)__builtin_clz(equal);
+    while (span.end < n && inputs[span.end] == c) ++span.end; /* a run past these sixteen */
     return span;
   }
   span.first = span.end = n;
@@ -128,6 +141,27 @@ static inline arc_span arcs_reading(const t2s_model* m, const uint32_t* block, u
   span.end = k;
 #endif
   return span;
+}
+
+/* Of n arcs (from arc on) that read a byte inside a word, the one that emits nothing, or NULL
+   when none or several do. */
+static inline const uint32_t* only_silent_arc(const uint32_t* arc, uint32_t n) {
+  const uint32_t* silent = NULL;
+  for (; n > 0; --n, arc += 3) {
+    if (arc[2]) continue;
+    if (silent) return NULL;
+    silent = arc;
+  }
+  return silent;
+}
+
+/* The arc that the clean path takes from a block on byte c inside a word: the only one reading c
+   that emits nothing, where the block has no epsilon arcs; NULL where there is no such arc. */
+static inline const uint32_t* clean_arc_inside_word(const t2s_model* m, const uint32_t* block,
+                                                    uint8_t c) {
+  if (c == 0 || block_epsilon(block)) return NULL;
+  arc_span const span = arcs_reading(m, block, c);
+  return only_silent_arc(block_arc(block, span.first), span.end - span.first);
 }
 
 #endif
