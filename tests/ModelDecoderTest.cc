@@ -224,14 +224,26 @@ TEST(ModelDecoder, AgreesWithAPlainSearchOnRandomModels) {
 // the best one by that alone; the one-call searches must still find the lighter path.
 // "a b": between the words a blank arc that loops back competes with reading nothing; the one
 // state reached does not make the path unique.
+// "a bc": both ways on from "a" read "bc" without an output inside, the lighter through an
+// epsilon arc inside the word.
 TEST(ModelDecoder, OneCallSearchesWeighEveryPath) {
   Model inside{
       0,
       {{{'a', 0, 1, 5}, {'a', 1, 2, 0}}, {{'b', 2, 3, 0}}, {{'b', 0, 3, 0}}, {{'c', 0, 4, 0}}, {}},
       {0, 0, 0, 0, 1}};
   Model blank{0, {{{'a', 0, 1, 0}}, {{' ', 2, 1, -1}, {'b', 0, 2, 0}}, {}}, {0, 0, 1}};
-  for (auto const& [m, text, expected] :
-       {std::tuple{inside, "abc", std::vector<uint32_t>{1}}, {blank, "a b", {2}}}) {
+  Model ahead{0,
+              {{{'a', 1, 1, 5}, {'a', 0, 2, 0}},
+               {{'b', 0, 3, 0}},
+               {{'b', 0, 5, 0}},
+               {{'c', 2, 4, 0}},
+               {},
+               {{0, 0, 6, 0}},
+               {{'c', 2, 4, 0}}},
+              {0, 0, 0, 0, 1, 0, 0}};
+  for (auto const& [m, text, expected] : {std::tuple{inside, "abc", std::vector<uint32_t>{1}},
+                                          {blank, "a b", {2}},
+                                          {ahead, "a bc", {2}}}) {
     std::string const bytes = Pack(m);
     t2s_model* model = t2s_model_from_memory(bytes.data(), bytes.size(), nullptr, 0);
     ASSERT_NE(model, nullptr);

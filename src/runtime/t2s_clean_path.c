@@ -3,19 +3,54 @@
    rest. */
 #include "t2s_decoder_state.h"
 
+/* Whether a path from block may read the word bytes[k..end) without an output inside it. It
+   follows the only arc without output of each byte but the last, which any arc may read; a state
+   with epsilon arcs, or with several arcs without output for a byte, may. */
+static int may_read_word(const t2s_model* m, const uint32_t* block, const char* bytes, size_t k,
+                         size_t end) {
+  for (;; ++k) {
+    if (block_epsilon(block)) return 1;
+    arc_span const span = arcs_reading(m, block, (uint8_t)bytes[k]);
+    if (k + 1 == end) return span.first != span.end;
+    const uint32_t* silent = NULL;
+    for (uint32_t a = span.first; a < span.end; ++a) {
+      const uint32_t* arc = block_arc(block, a);
+      if (arc[2]) continue;
+      if (silent) return 1;
+      silent = arc;
+    }
+    if (!silent) return 0;
+    block = m->blocks + silent[0];
+  }
+}
+
 /* Of the arcs of a block that read the last byte of a word (span; the text goes on at k), the
    one whose destination may go on: read the next word's first byte (by its byte bits), or be
-   final where the text ends. NULL where none or several may, or where a destination has epsilon
-   or blank arcs. */
+   final where the text ends. Where several may, the one that may read the whole next word
+   without an output inside it: every path through another emits inside a word. NULL where none
+   or several remain, or where a destination has epsilon or blank arcs. */
 static const uint32_t* only_way_on(const t2s_model* m, const uint32_t* block, arc_span span,
                                    const char* bytes, size_t k, size_t length) {
   while (k < length && is_blank((uint8_t)bytes[k])) ++k;
   const uint32_t* found = NULL;
+  int several = 0;
   for (uint32_t a = span.first; a < span.end; ++a) {
     const uint32_t* arc = block_arc(block, a);
     const uint32_t* to = m->blocks + arc[0];
     if (to[1] & (BLOCK_EPSILON | BLOCK_BLANK)) return NULL;
     if (k < length ? !block_may_read(to, (uint8_t)bytes[k]) : !block_final(to)) continue;
+    several = found != NULL;
+    if (several) break;
+    found = arc;
+  }
+  if (!several) return found;
+  if (k == length) return NULL; /* final states: their weights decide */
+  size_t end = k;
+  while (end < length && !is_blank((uint8_t)bytes[end])) ++end;
+  found = NULL;
+  for (uint32_t a = span.first; a < span.end; ++a) {
+    const uint32_t* arc = block_arc(block, a);
+    if (!may_read_word(m, m->blocks + arc[0], bytes, k, end)) continue;
     if (found) return NULL;
     found = arc;
   }
@@ -149,15 +184,20 @@ static inline int list_append(word_list* list, const uint32_t* words, size_t n) 
   return 1;
 }
 
+/* A lost walk's text decoded by the layered search, its outputs into the batch from first on:
+   WALK_READ or WALK_LOST, -1 when out of memory. */
+static int settle_lost(t2s_decoder* d, const char* bytes, size_t length, float* weight,
+                       size_t first) {
+  d->batch.n = first;
+  if (!decode_layered(d, bytes, length, weight)) return WALK_LOST;
+  return list_append(&d->batch, d->outputs.items, d->outputs.n) ? WALK_READ : -1;
+}
+
 /* A text's result where its walk ended (state): the clean path's, with outputs from first on in
-   the batch, or else the layered search's, whose outputs then go there. 0 when out of memory. */
-static int settle(t2s_decoder* d, const char* bytes, size_t length, float weight, int state,
-                  size_t first, t2s_decoded* result) {
-  if (state != WALK_READ) {
-    d->batch.n = first;
-    state = decode_layered(d, bytes, length, &weight) ? WALK_READ : WALK_LOST;
-    if (state == WALK_READ && !list_append(&d->batch, d->outputs.items, d->outputs.n)) return 0;
-  }
+   the batch, or else the layered search's. 0 when out of memory. */
+WALK_INLINE int settle(t2s_decoder* d, const char* bytes, size_t length, float weight, int state,
+                       size_t first, t2s_decoded* result) {
+  if (state != WALK_READ && (state = settle_lost(d, bytes, length, &weight, first)) < 0) return 0;
   result->found = state == WALK_READ;
   result->weight = result->found ? weight : 0.0f;
   result->first_output = first;
