@@ -69,16 +69,12 @@ class OutputBuffer {
     std::memcpy(data_.data() + size_, from, n);
     size_ += n;
   }
-  // Append() for a string that may be read kPadding bytes past its end: a short one is then
-  // copied by one fixed-size move instead of a call.
-  void AppendPadded(char const* from, size_t n) {
-    Reserve(n + kPadding);
-    if (n <= kPadding)
-      std::memcpy(data_.data() + size_, from, kPadding);
-    else
-      std::memcpy(data_.data() + size_, from, n);
-    size_ += n;
+  // Where to write up to n more bytes (kPadding more may be overwritten), then Wrote(them).
+  char* Room(size_t n) {
+    Reserve(n);
+    return data_.data() + size_;
   }
+  void Wrote(size_t n) { size_ += n; }
   void Flush() {
     std::fwrite(data_.data(), 1, size_, stdout);
     std::fflush(stdout);
@@ -86,8 +82,10 @@ class OutputBuffer {
   }
 
  private:
+  // Room for n more bytes, and kPadding beyond them for a fixed-size move.
   void Reserve(size_t n) {
-    if (data_.size() - size_ < n) data_.resize(std::max(2 * data_.size(), size_ + n));
+    if (data_.size() - size_ < n + kPadding)
+      data_.resize(std::max(2 * data_.size(), size_ + n + kPadding));
   }
 
   std::vector<char> data_ = std::vector<char>(1 << 17);
@@ -101,67 +99,94 @@ class JoinedOutputs {
   JoinedOutputs(t2s_model const* model, std::string const& separator)
       : separator_size_(separator.size()) {
     uint32_t const n = t2s_model_num_strings(model);
-    starts_.reserve(size_t(n) + 1);
+    pieces_.reserve(n);
     for (uint32_t i = 0; i < n; ++i) {
-      starts_.push_back(text_.size());
+      size_t const begin = text_.size();
       text_ += separator;
       text_.append(t2s_model_string(model, i), t2s_model_string_length(model, i));
+      pieces_.push_back({begin, text_.size() - begin});
+      longest_ = std::max(longest_, text_.size() - begin);
     }
-    starts_.push_back(text_.size());
     text_.append(OutputBuffer::kPadding, '\0');
   }
 
   void Append(uint32_t const* outputs, size_t n, OutputBuffer& out) const {
-    for (size_t i = 0; i < n; ++i) {
-      size_t const begin = starts_[outputs[i]] + (i ? 0 : separator_size_);
-      out.AppendPadded(text_.data() + begin, starts_[outputs[i] + 1] - begin);
+    if (n * longest_ > (1 << 16)) {  // not worth a room for the longest strings: one at a time
+      for (size_t i = 0; i < n; ++i) {
+        size_t const skip = i ? 0 : separator_size_;
+        out.Append(text_.data() + pieces_[outputs[i]].begin + skip,
+                   pieces_[outputs[i]].size - skip);
+      }
+      return;
     }
+    // The cursor is a local: stores through a char pointer would otherwise make the compiler
+    // reload the buffer's size after each copy.
+    char* const begin = out.Room(n * longest_);
+    char* to = begin;
+    for (size_t i = 0; i < n; ++i) {
+      Piece const piece = pieces_[outputs[i]];
+      size_t const skip = i ? 0 : separator_size_;
+      char const* from = text_.data() + piece.begin + skip;
+      size_t const size = piece.size - skip;
+      if (size <= OutputBuffer::kPadding)  // one fixed-size move, no call
+        std::memcpy(to, from, OutputBuffer::kPadding);
+      else
+        std::memcpy(to, from, size);
+      to += size;
+    }
+    out.Wrote(size_t(to - begin));
   }
 
  private:
+  struct Piece {
+    size_t begin, size;  // in text_, the separator included
+  };
   size_t separator_size_;
+  size_t longest_ = 0;  // piece
   std::string text_;
-  std::vector<size_t> starts_;
+  std::vector<Piece> pieces_;
 };
 
 // Whole lines, each of which the model must read (blanks between words are its to read or
 // skip), decoded a batch at a time: the decoder follows two lines at once.
 class LineDecoder {
  public:
+  static constexpr size_t kBatch = 256;
+
   LineDecoder(t2s_decoder* decoder, JoinedOutputs const& joined)
       : decoder_(decoder), joined_(joined) {}
 
-  void Add(Text line) {
-    texts_.push_back(line.first);
-    lengths_.push_back(line.second);
+  // Returns true when the batch is full.
+  bool Add(Text line) {
+    texts_[n_] = line.first;
+    lengths_[n_] = line.second;
+    return ++n_ == kBatch;
   }
 
   // Appends each line's outputs and a newline to out; calls miss(i) for a line that the model
   // does not read, after its (empty) line. Returns false when out of memory.
   template <typename Miss>
   bool Flush(OutputBuffer& out, Miss miss) {
-    results_.resize(texts_.size());
     uint32_t const* outputs = nullptr;
-    bool const ok = t2s_decoder_decode_many(decoder_, texts_.data(), lengths_.data(), texts_.size(),
-                                            results_.data(), &outputs) != 0;
-    for (size_t i = 0; ok && i < results_.size(); ++i) {
+    bool const ok = t2s_decoder_decode_many(decoder_, texts_, lengths_, n_, results_, &outputs) != 0;
+    for (size_t i = 0; ok && i < n_; ++i) {
       joined_.Append(outputs + results_[i].first_output, results_[i].n_outputs, out);
       out.Put('\n');
       if (!results_[i].found) miss(i);
     }
-    texts_.clear();
-    lengths_.clear();
+    n_ = 0;
     return ok;
   }
 
-  size_t size() const { return texts_.size(); }
+  size_t size() const { return n_; }
 
  private:
   t2s_decoder* decoder_;
   JoinedOutputs const& joined_;
-  std::vector<char const*> texts_;
-  std::vector<size_t> lengths_;
-  std::vector<t2s_decoded> results_;
+  size_t n_ = 0;
+  char const* texts_[kBatch];
+  size_t lengths_[kBatch];
+  t2s_decoded results_[kBatch];
 };
 
 // From the left, the longest run of words that the model reads is replaced by its outputs; a
@@ -267,24 +292,25 @@ int RunApply(int argc, char** argv) {
     }
     if (out.Full()) out.Flush();
   };
-  auto handle = [&](Text line) {
-    if (out_of_memory) return;
+  auto decode_line = [&](Text line) {
     ++line_number;
-    if (!rewrite) {
-      lines.Add(line);
-      if (lines.size() == 256) decode_lines();
-      return;
-    }
+    if (!out_of_memory && lines.Add(line)) decode_lines();
+  };
+  auto rewrite_line = [&](Text line) {
     rewriter.Line(line, out);
     out.Put('\n');
     if (out.Full()) out.Flush();
   };
   if (args.positional.size() > 1) {
-    for (size_t i = 1; i < args.positional.size(); ++i)
-      handle(Text(args.positional[i].data(), args.positional[i].size()));
+    for (size_t i = 1; i < args.positional.size(); ++i) {
+      Text const text(args.positional[i].data(), args.positional[i].size());
+      rewrite ? rewrite_line(text) : decode_line(text);
+    }
     decode_lines();
+  } else if (rewrite) {
+    ForEachInputLine(rewrite_line, [] {});
   } else {
-    ForEachInputLine(handle, decode_lines);
+    ForEachInputLine(decode_line, decode_lines);
   }
   out.Flush();
   t2s_decoder_free(decoder);
