@@ -168,7 +168,8 @@ class LineDecoder {
   template <typename Miss>
   bool Flush(OutputBuffer& out, Miss miss) {
     uint32_t const* outputs = nullptr;
-    bool const ok = t2s_decoder_decode_many(decoder_, texts_, lengths_, n_, results_, &outputs) != 0;
+    bool const ok =
+        t2s_decoder_decode_many(decoder_, texts_, lengths_, n_, results_, &outputs) != 0;
     for (size_t i = 0; ok && i < n_; ++i) {
       joined_.Append(outputs + results_[i].first_output, results_[i].n_outputs, out);
       out.Put('\n');

@@ -95,9 +95,8 @@ WALK_INLINE int walk_start(const t2s_model* m, clean_walk* w, const char* bytes,
   while (w->k < length && is_blank((uint8_t)bytes[w->k])) ++w->k;
   size_t const k = w->k;
   if (k + 2 < length && (uint8_t)bytes[k + 2] > ' ') { /* a word of three bytes or more */
-    start_pair const pair =
-        m->start_pairs[m->pair_class[(uint8_t)bytes[k]] * m->n_pair_classes +
-                       m->pair_class[(uint8_t)bytes[k + 1]]];
+    start_pair const pair = m->start_pairs[m->pair_class[(uint8_t)bytes[k]] * m->n_pair_classes +
+                                           m->pair_class[(uint8_t)bytes[k + 1]]];
     if (pair.block != NO_PAIR) {
       w->block = m->blocks + pair.block;
       w->sum = pair.weight;

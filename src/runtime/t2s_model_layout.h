@@ -63,8 +63,8 @@ struct t2s_model {
   uint32_t* byte_tables; /* BYTE_TABLE_SIZE entries a table */
   int has_epsilon;       /* any arc with input 0 */
   uint8_t pair_class[256];
-  uint32_t n_pair_classes;  /* class 0 included */
-  start_pair* start_pairs;  /* n_pair_classes squared */
+  uint32_t n_pair_classes; /* class 0 included */
+  start_pair* start_pairs; /* n_pair_classes squared */
 };
 
 static inline uint32_t block_state(const uint32_t* block) { return block[0]; }
