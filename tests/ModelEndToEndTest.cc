@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <cmath>
 #include <cstring>
+#include <fstream>
 #include <map>
 #include <random>
 #include <sstream>
@@ -91,8 +91,8 @@ TEST(ModelEndToEnd, ExamplesReproduceEveryPairTheyDefine) {
   std::string const wide_path = WriteTempFile("wide.gram", wide + ";\n");
   for (std::string name : {"times", "commands", "wide"}) {
     SCOPED_TRACE(name);
-    std::string grammar = name == "wide" ? wide_path
-                                         : std::string(T2SFST_EXAMPLES) + "/" + name + ".gram";
+    std::string grammar =
+        name == "wide" ? wide_path : std::string(T2SFST_EXAMPLES) + "/" + name + ".gram";
     std::string path = WriteTempFile(name + ".model", "");
     t2s_model* model = Build(grammar, path);
     ASSERT_NE(model, nullptr);
@@ -139,10 +139,21 @@ TEST(ModelEndToEnd, WeightsTagsAndTheApplyCommand) {
                  " apply --rewrite " + path);
   EXPECT_EQ(r.out, "at at 1 h at 2 at\n");
   // One output line per input line: a miss is an empty line, and named on standard error.
-  r = RunCommand("printf 'at two\\nat three\\n at  one o\\047clock \\n' | " + tool + " apply --sep + " + path);
+  r = RunCommand("printf 'at two\\nat three\\n at  one o\\047clock \\n' | " + tool +
+                 " apply --sep + " + path);
   EXPECT_EQ(r.out, "at+2\n\nat+1+h\n");
   EXPECT_EQ(r.err, "line 2: no match\n");
   EXPECT_EQ(r.status, 1);
+  // Batches of hundreds of lines, every one read, the last without a newline: joined in one loop.
+  std::string lines, joined;
+  for (int i = 0; i < 700; ++i) {
+    lines += i % 3 ? "at two\n" : " at  one o'clock\n";
+    joined += i % 3 ? "at+2\n" : "at+1+h\n";
+  }
+  r = RunCommand(tool + " apply --sep + " + path + " < " +
+                 WriteTempFile("many.txt", lines + "at two"));
+  EXPECT_EQ(r.out, joined + "at+2\n");
+  EXPECT_EQ(r.status, 0);
   r = RunCommand(tool + " apply --sep ' ================ ' " + path + " \"at one o'clock\"");
   EXPECT_EQ(r.out, "at ================ 1 ================ h\n");  // pieces longer than 16 bytes
   r = RunCommand(tool + " make-model " + WriteTempFile("bad.gram", "public <a> = (x;") + " " +
@@ -190,7 +201,9 @@ TEST(ModelEndToEnd, CommandsCheckGrammarsAndKeepModels) {
       << "grammar places;\npublic <city> = \"new york:NYC\" | <pa>;\n<pa> = paris:PAR;\n"
       << "public <port> = dover;\n";
   EXPECT_EQ(make("import <places.*>;\npublic <t> = to <city> | from <places.city> | by <port>;",
-                 "-I " + lib + " ").status, 0);
+                 "-I " + lib + " ")
+                .status,
+            0);
   t2s_model* m = t2s_model_load(model.c_str(), nullptr, 0);
   ASSERT_NE(m, nullptr);
   EXPECT_EQ(Decode(m, "to new york"), "to|NYC");
@@ -272,9 +285,9 @@ TEST(ModelRuntime, RefusesDamagedFiles) {
     };
     uint32_t bits;
     std::memcpy(&bits, &weight, 4);
-    u32(0), u32(1), u32(0), u32(1), u32(1);         // start, one final state with arc 0
-    u32(1), u32(0), u32(0), u32(0), u32(bits);      // the arc: epsilon, no output, to 0
-    u32(1), u32(1), bytes += '\0';                  // the empty string
+    u32(0), u32(1), u32(0), u32(1), u32(1);     // start, one final state with arc 0
+    u32(1), u32(0), u32(0), u32(0), u32(bits);  // the arc: epsilon, no output, to 0
+    u32(1), u32(1), bytes += '\0';              // the empty string
     return bytes;
   };
   EXPECT_TRUE(refused(loop_model(-1.0f), "epsilon cycle of negative weight through state 0"));
@@ -289,8 +302,9 @@ TEST(ModelRuntime, RefusesDamagedFiles) {
 // Blanks between words: read as one blank byte of a token, or skipped; the path that writes
 // fewest outputs inside a word wins, then the lowest weight.
 TEST(ModelRuntime, WordBoundaries) {
-  t2s_model* model = Build(WriteTempFile("b.gram", "public <s> = <n>+; <n> = ab:X | cde:Y | abc:Z | de:W;"),
-                           WriteTempFile("b.model", ""));
+  t2s_model* model =
+      Build(WriteTempFile("b.gram", "public <s> = <n>+; <n> = ab:X | cde:Y | abc:Z | de:W;"),
+            WriteTempFile("b.model", ""));
   ASSERT_NE(model, nullptr);
   EXPECT_EQ(Decode(model, "ab cde"), "X|Y");
   EXPECT_EQ(Decode(model, "abc de"), "Z|W");

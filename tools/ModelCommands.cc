@@ -8,6 +8,9 @@
 #include <sstream>
 #include <string>
 #include <vector>
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 #include "CommandSupport.h"
 #include "Commands.h"
@@ -137,6 +140,31 @@ class JoinedOutputs {
     out.Wrote(size_t(to - begin));
   }
 
+  // The outputs of several lines, edges[i] saying whether output i is its line's first (1) or
+  // last (2); a newline follows each line's last. Returns false, writing nothing, where the
+  // lines are too long for one room.
+  bool AppendLines(uint32_t const* outputs, uint8_t const* edges, size_t n,
+                   OutputBuffer& out) const {
+    if (n * (longest_ + 1) > (1 << 16)) return false;
+    char* const begin = out.Room(n * (longest_ + 1));
+    char* to = begin;
+    for (size_t i = 0; i < n; ++i) {
+      Piece const piece = pieces_[outputs[i]];
+      size_t const skip = separator_size_ & (0 - size_t(edges[i] & 1));  // no branch to mispredict
+      char const* from = text_.data() + piece.begin + skip;
+      size_t const size = piece.size - skip;
+      if (size <= OutputBuffer::kPadding)
+        std::memcpy(to, from, OutputBuffer::kPadding);
+      else
+        std::memcpy(to, from, size);
+      to += size;
+      *to = '\n';  // kept only after a line's last output: the next piece overwrites it
+      to += edges[i] >> 1;
+    }
+    out.Wrote(size_t(to - begin));
+    return true;
+  }
+
  private:
   struct Piece {
     size_t begin, size;  // in text_, the separator included
@@ -170,10 +198,12 @@ class LineDecoder {
     uint32_t const* outputs = nullptr;
     bool const ok =
         t2s_decoder_decode_many(decoder_, texts_, lengths_, n_, results_, &outputs) != 0;
-    for (size_t i = 0; ok && i < n_; ++i) {
-      joined_.Append(outputs + results_[i].first_output, results_[i].n_outputs, out);
-      out.Put('\n');
-      if (!results_[i].found) miss(i);
+    if (ok && !AppendAllFound(outputs, out)) {
+      for (size_t i = 0; i < n_; ++i) {
+        joined_.Append(outputs + results_[i].first_output, results_[i].n_outputs, out);
+        out.Put('\n');
+        if (!results_[i].found) miss(i);
+      }
     }
     n_ = 0;
     return ok;
@@ -182,9 +212,31 @@ class LineDecoder {
   size_t size() const { return n_; }
 
  private:
+  // Where every line of the batch was read and has an output (the usual case), its outputs are
+  // written in one loop over the batch, each line's newline after its last: no loop per line,
+  // whose exit would be mispredicted at most lines. Returns false, writing nothing, otherwise.
+  bool AppendAllFound(uint32_t const* outputs, OutputBuffer& out) {
+    bool all = true;
+    size_t total = 0;
+    for (size_t i = 0; i < n_; ++i) {
+      all &= results_[i].found && results_[i].n_outputs > 0;
+      total += results_[i].n_outputs;
+    }
+    if (!all || total > kBatch * kMostOutputs) return false;
+    std::memset(line_edges_, 0, total);
+    for (size_t i = 0; i < n_; ++i) {
+      line_edges_[results_[i].first_output] |= kFirst;
+      line_edges_[results_[i].first_output + results_[i].n_outputs - 1] |= kLast;
+    }
+    return joined_.AppendLines(outputs, line_edges_, total, out);
+  }
+
+  static constexpr size_t kMostOutputs = 16;  // a line's, on average, for the one loop
+  static constexpr uint8_t kFirst = 1, kLast = 2;
   t2s_decoder* decoder_;
   JoinedOutputs const& joined_;
   size_t n_ = 0;
+  uint8_t line_edges_[kBatch * kMostOutputs];
   char const* texts_[kBatch];
   size_t lengths_[kBatch];
   t2s_decoded results_[kBatch];
@@ -236,6 +288,28 @@ class Rewriter {
   JoinedOutputs const& joined_;
 };
 
+// Calls found(position) for each newline in data[0, size), in order. Sixty-four bytes are
+// compared at a time: a line of a few words then costs neither a call nor a loop of its own.
+template <typename Found>
+void ForEachNewline(char const* data, size_t size, Found found) {
+  size_t i = 0;
+#ifdef __SSE2__
+  __m128i const newline = _mm_set1_epi8('\n');
+  auto mask16 = [&](size_t at) {
+    __m128i const bytes = _mm_loadu_si128(reinterpret_cast<__m128i const*>(data + at));
+    return uint64_t(uint32_t(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, newline))));
+  };
+  for (; i + 64 <= size; i += 64) {
+    uint64_t mask = mask16(i) | mask16(i + 16) << 16 | mask16(i + 32) << 32 | mask16(i + 48) << 48;
+    for (; mask; mask &= mask - 1) found(i + size_t(__builtin_ctzll(mask)));
+  }
+#endif
+  for (char const* nl; (nl = static_cast<char const*>(std::memchr(data + i, '\n', size - i)));) {
+    found(size_t(nl - data));
+    i = size_t(nl - data) + 1;
+  }
+}
+
 // Calls handle(line) for each line of standard input (without its newline), reading in large
 // blocks: a line is handed over where it lies in the buffer, and stays there until done() is
 // called (before the buffer is reused, and at the end).
@@ -248,11 +322,10 @@ void ForEachInputLine(Handle handle, Done done) {
     size_t got = std::fread(buffer.data() + held, 1, buffer.size() - held, stdin);
     size_t const filled = held + got;
     size_t start = 0;
-    for (char const* nl; (nl = static_cast<char const*>(
-                              std::memchr(buffer.data() + start, '\n', filled - start)));) {
-      handle(Text(buffer.data() + start, size_t(nl - buffer.data()) - start));
-      start = size_t(nl - buffer.data()) + 1;
-    }
+    ForEachNewline(buffer.data(), filled, [&](size_t nl) {
+      handle(Text(buffer.data() + start, nl - start));
+      start = nl + 1;
+    });
     held = filled - start;
     if (got == 0 && held) handle(Text(buffer.data(), held));
     done();
