@@ -226,6 +226,7 @@ TEST(ModelDecoder, AgreesWithAPlainSearchOnRandomModels) {
 // state reached does not make the path unique.
 // "a bc": both ways on from "a" read "bc" without an output inside, the lighter through an
 // epsilon arc inside the word.
+// "ab": two arcs read "a" without an output, the second lighter: neither is the clean path.
 TEST(ModelDecoder, OneCallSearchesWeighEveryPath) {
   Model inside{
       0,
@@ -241,9 +242,12 @@ TEST(ModelDecoder, OneCallSearchesWeighEveryPath) {
                {{0, 0, 6, 0}},
                {{'c', 2, 4, 0}}},
               {0, 0, 0, 0, 1, 0, 0}};
+  Model twins{
+      0, {{{'a', 0, 1, 5}, {'a', 0, 2, 0}}, {{'b', 1, 3, 0}}, {{'b', 2, 3, 0}}, {}}, {0, 0, 0, 1}};
   for (auto const& [m, text, expected] : {std::tuple{inside, "abc", std::vector<uint32_t>{1}},
                                           {blank, "a b", {2}},
-                                          {ahead, "a bc", {2}}}) {
+                                          {ahead, "a bc", {2}},
+                                          {twins, "ab", {2}}}) {
     std::string const bytes = Pack(m);
     t2s_model* model = t2s_model_from_memory(bytes.data(), bytes.size(), nullptr, 0);
     ASSERT_NE(model, nullptr);

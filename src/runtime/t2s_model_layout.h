@@ -129,7 +129,8 @@ static inline arc_span arcs_reading(const t2s_model* m, const uint32_t* block, u
     if (!equal) continue;
     span.first = k + (uint32_t)__builtin_ctz(equal);
     span.end = k + 32 - (uint32_t)__builtin_clz(equal);
-    while (span.end < n && inputs[span.end] == c) ++span.end; /* a run past these sixteen */
+    if (span.end == k + 16) /* the run may go on past these sixteen */
+      while (span.end < n && inputs[span.end] == c) ++span.end;
     return span;
   }
   span.first = span.end = n;
@@ -146,6 +147,12 @@ static inline arc_span arcs_reading(const t2s_model* m, const uint32_t* block, u
 /* Of n arcs (from arc on) that read a byte inside a word, the one that emits nothing, or NULL
    when none or several do. */
 static inline const uint32_t* only_silent_arc(const uint32_t* arc, uint32_t n) {
+  if (n - 1 < 2) { /* one or two arcs, the usual case: chosen without a loop to mispredict */
+    const uint32_t* const second = arc + 3 * (n - 1);
+    int const first_silent = arc[2] == 0, second_silent = (n == 2) & (second[2] == 0);
+    if (first_silent + second_silent != 1) return NULL;
+    return first_silent ? arc : second;
+  }
   const uint32_t* silent = NULL;
   for (; n > 0; --n, arc += 3) {
     if (arc[2]) continue;
