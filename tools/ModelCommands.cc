@@ -126,17 +126,7 @@ class JoinedOutputs {
     // reload the buffer's size after each copy.
     char* const begin = out.Room(n * longest_);
     char* to = begin;
-    for (size_t i = 0; i < n; ++i) {
-      Piece const piece = pieces_[outputs[i]];
-      size_t const skip = i ? 0 : separator_size_;
-      char const* from = text_.data() + piece.begin + skip;
-      size_t const size = piece.size - skip;
-      if (size <= OutputBuffer::kPadding)  // one fixed-size move, no call
-        std::memcpy(to, from, OutputBuffer::kPadding);
-      else
-        std::memcpy(to, from, size);
-      to += size;
-    }
+    for (size_t i = 0; i < n; ++i) to = CopyPiece(outputs[i], i ? 0 : separator_size_, to);
     out.Wrote(size_t(to - begin));
   }
 
@@ -149,15 +139,8 @@ class JoinedOutputs {
     char* const begin = out.Room(n * (longest_ + 1));
     char* to = begin;
     for (size_t i = 0; i < n; ++i) {
-      Piece const piece = pieces_[outputs[i]];
-      size_t const skip = separator_size_ & (0 - size_t(edges[i] & 1));  // no branch to mispredict
-      char const* from = text_.data() + piece.begin + skip;
-      size_t const size = piece.size - skip;
-      if (size <= OutputBuffer::kPadding)
-        std::memcpy(to, from, OutputBuffer::kPadding);
-      else
-        std::memcpy(to, from, size);
-      to += size;
+      // The separator skipped before a line's first output without a branch to mispredict.
+      to = CopyPiece(outputs[i], separator_size_ & (0 - size_t(edges[i] & 1)), to);
       *to = '\n';  // kept only after a line's last output: the next piece overwrites it
       to += edges[i] >> 1;
     }
@@ -166,6 +149,18 @@ class JoinedOutputs {
   }
 
  private:
+  // Output string i without its first skip bytes, copied to to (kPadding more may be
+  // overwritten); returns the end of the copy.
+  char* CopyPiece(uint32_t i, size_t skip, char* to) const {
+    char const* from = text_.data() + pieces_[i].begin + skip;
+    size_t const size = pieces_[i].size - skip;
+    if (size <= OutputBuffer::kPadding)  // one fixed-size move, no call
+      std::memcpy(to, from, OutputBuffer::kPadding);
+    else
+      std::memcpy(to, from, size);
+    return to + size;
+  }
+
   struct Piece {
     size_t begin, size;  // in text_, the separator included
   };
