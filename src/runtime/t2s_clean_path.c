@@ -37,7 +37,7 @@ static const uint32_t* only_way_on(const t2s_model* m, const uint32_t* block, ar
   for (uint32_t a = span.first; a < span.end; ++a) {
     const uint32_t* arc = block_arc(block, a);
     const uint32_t* to = m->blocks + arc[0];
-    if (to[1] & (BLOCK_EPSILON | BLOCK_BLANK)) return NULL;
+    if (to[0] & (BLOCK_EPSILON | BLOCK_BLANK)) return NULL;
     if (k < length ? !block_may_read(to, (uint8_t)bytes[k]) : !block_final(to)) continue;
     several = found != NULL;
     if (several) break;
@@ -115,12 +115,11 @@ WALK_INLINE int walk_step(const t2s_model* m, clean_walk* w) {
   uint8_t const c = (uint8_t)bytes[k++];
   int const last = k == length || is_blank((uint8_t)bytes[k]);
   const uint32_t* arc;
-  if (block_arcs(block) == 1) {
-    /* One arc (so no byte table): its place, after one word of inputs, is known before the
-       block is read, and the next block is fetched while the byte is checked. An epsilon or
-       blank arc never matches here. */
+  if (block_one(block)) {
+    /* One arc: its place is known before the block is read, and the next block is fetched
+       while the byte is checked. A blank arc never matches here. */
     arc = block_only_arc(block);
-    if (c == 0 || *block_inputs(block) != c) return WALK_LOST;
+    if (block_one_input(block) != c) return WALK_LOST;
   } else if (!last) {
     if (!(arc = clean_arc_inside_word(m, block, c))) return WALK_LOST;
   } else {
@@ -137,7 +136,7 @@ WALK_INLINE int walk_step(const t2s_model* m, clean_walk* w) {
   block = m->blocks + arc[0];
   if (last) {
     while (k < length && is_blank((uint8_t)bytes[k])) ++k;
-    if (k < length && (block[1] & BLOCK_BLANK)) return WALK_LOST;
+    if (k < length && block_blank(block)) return WALK_LOST;
   }
   w->k = k;
   w->block = block;

@@ -186,7 +186,7 @@ static void separate(t2s_decoder* d) {
   /* Without blank arcs the new layer would be this one again (already closed): keep it. */
   int blank = 0;
   for (size_t i = previous_begin; i < previous_end && !blank; ++i)
-    blank = (m->blocks[d->entries[i].block + 1] & BLOCK_BLANK) != 0;
+    blank = block_blank(m->blocks + d->entries[i].block);
   if (!blank) return;
   d->layer_begin = d->n_entries;
   next_layer(d);

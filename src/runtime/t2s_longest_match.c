@@ -93,7 +93,7 @@ static int any_final(const t2s_decoder* d, const word_list* set) {
 
 static int any_blank_arc(const t2s_decoder* d, const word_list* set) {
   for (size_t i = 0; i < set->n; ++i)
-    if (d->model->blocks[set->items[i] + 1] & BLOCK_BLANK) return 1;
+    if (block_blank(d->model->blocks + set->items[i])) return 1;
   return 0;
 }
 
@@ -102,9 +102,9 @@ static int any_blank_arc(const t2s_decoder* d, const word_list* set) {
    without epsilon arcs: 1 and that arc. 0: no arc reads c. -1: the step needs a set. */
 static int one_way(const t2s_model* m, const uint32_t* block, uint8_t c, int next,
                    const uint32_t** arc) {
-  if (block_arcs(block) == 1) {
+  if (block_one(block)) {
     *arc = block_only_arc(block);
-    if (*block_inputs(block) != c) return 0;
+    if (block_one_input(block) != c) return 0;
   } else {
     arc_span span = arcs_reading(m, block, c);
     if (span.first == span.end) return 0;
@@ -176,7 +176,7 @@ size_t t2s_decoder_longest_match(t2s_decoder* d, const char* bytes, size_t lengt
       longest_sum = sum;
     }
     while (k < length && is_blank((uint8_t)bytes[k])) ++k;
-    if (k < length && (layer ? any_blank_arc(d, layer) : (m->blocks[one + 1] & BLOCK_BLANK) != 0)) {
+    if (k < length && (layer ? any_blank_arc(d, layer) : block_blank(m->blocks + one))) {
       if (!layer && !(layer = set_of_one(d, one))) break;
       word_list* to = layer == &d->sets[0] ? &d->sets[1] : &d->sets[0];
       alive = set_next(d, layer, to, -1, -1);

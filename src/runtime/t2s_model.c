@@ -98,6 +98,11 @@ done:
    the arc records): a byte is then found in one step instead of a scan of the inputs. */
 #define SCANNED_ARCS 16
 
+/* Whether a state gets a block of one arc. */
+static int one_arc_block(const t2s_model* m, state_record s) {
+  return s.end_arc - s.first_arc == 1 && m->arcs[s.first_arc].input != 0;
+}
+
 /* Copies the states into the decoder's blocks (t2s_model_layout.h); the reason on failure. */
 static const char* build_blocks(t2s_model* m) {
   size_t n_tables = 0;
@@ -106,13 +111,19 @@ static const char* build_blocks(t2s_model* m) {
   int tables = n_tables * BYTE_TABLE_SIZE * sizeof(uint32_t) <= (size_t)m->num_arcs * 16;
   uint32_t* offset = (uint32_t*)malloc((m->num_states ? (size_t)m->num_states : 1) * 4);
   if (!offset) return "out of memory loading a model";
+  /* Blocks of one arc first, then the others, each group in state order. */
   uint64_t words = 0;
   int too_large = 0;
-  for (uint32_t p = 0; p < m->num_states && !too_large; ++p) {
-    uint32_t n = m->states[p].end_arc - m->states[p].first_arc;
-    offset[p] = (uint32_t)words;
-    words += BLOCK_HEADER + (tables && n > SCANNED_ARCS) + (n + 3) / 4 + 3 * (uint64_t)n;
-    too_large = n > BLOCK_MAX_ARCS || words > UINT32_MAX;
+  for (int one = 1; one >= 0; --one) {
+    if (!one) m->one_end = (uint32_t)words;
+    for (uint32_t p = 0; p < m->num_states && !too_large; ++p) {
+      if (one_arc_block(m, m->states[p]) != one) continue;
+      uint64_t const n = m->states[p].end_arc - m->states[p].first_arc;
+      offset[p] = (uint32_t)words;
+      uint64_t const size = BLOCK_HEADER + (tables && n > SCANNED_ARCS) + (n + 3) / 4 + 3 * n;
+      words += one ? ONE_ARC_BLOCK : (size + 3) / 4 * 4;
+      too_large = n > BLOCK_MAX_ARCS || words > UINT32_MAX;
+    }
   }
   if (too_large) {
     free(offset);
@@ -125,35 +136,42 @@ static const char* build_blocks(t2s_model* m) {
     free(offset);
     return "out of memory loading a model";
   }
-  uint32_t table = 0;
+  uint32_t table = 0, n_one = m->one_end / ONE_ARC_BLOCK, number = n_one;
   for (uint32_t p = 0; p < m->num_states; ++p) {
     state_record s = m->states[p];
     uint32_t n = s.end_arc - s.first_arc;
     uint32_t* block = m->blocks + offset[p];
-    int with_table = tables && n > SCANNED_ARCS;
-    block[0] = p;
     int blank = 0;
     for (uint32_t k = 0; k < n; ++k) {
       uint8_t const input = m->arcs[s.first_arc + k].input;
       blank |= input == ' ' || input == '\t';
-      if (input) block[2] |= 1u << (input & 31);
     }
-    block[1] = n << BLOCK_FLAGS | (s.final ? BLOCK_FINAL : 0) | (blank ? BLOCK_BLANK : 0) |
-               (n && m->arcs[s.first_arc].input == 0 ? BLOCK_EPSILON : 0) |
-               (with_table ? BLOCK_TABLE : 0);
-    if (with_table) {
-      block[BLOCK_HEADER] = table;
-      uint32_t* entries = m->byte_tables + (size_t)table++ * BYTE_TABLE_SIZE;
-      uint32_t k = 0;
-      for (uint32_t b = 0; b < BYTE_TABLE_SIZE; ++b) {
-        while (k < n && m->arcs[s.first_arc + k].input < b) ++k;
-        entries[b] = k;
+    uint32_t const flags = (s.final ? BLOCK_FINAL : 0) | (blank ? BLOCK_BLANK : 0) |
+                           (n && m->arcs[s.first_arc].input == 0 ? BLOCK_EPSILON : 0);
+    if (one_arc_block(m, s)) {
+      block[0] = (uint32_t)m->arcs[s.first_arc].input << BLOCK_FLAGS | flags | BLOCK_ONE;
+    } else {
+      int const with_table = tables && n > SCANNED_ARCS;
+      block[0] = n << BLOCK_FLAGS | flags | (with_table ? BLOCK_TABLE : 0);
+      for (uint32_t k = 0; k < n; ++k) {
+        uint8_t const input = m->arcs[s.first_arc + k].input;
+        if (input) block[1] |= 1u << (input & 31);
       }
+      block[2] = number++;
+      if (with_table) {
+        block[BLOCK_HEADER] = table;
+        uint32_t* entries = m->byte_tables + (size_t)table++ * BYTE_TABLE_SIZE;
+        uint32_t k = 0;
+        for (uint32_t b = 0; b < BYTE_TABLE_SIZE; ++b) {
+          while (k < n && m->arcs[s.first_arc + k].input < b) ++k;
+          entries[b] = k;
+        }
+      }
+      uint8_t* inputs = (uint8_t*)block_inputs(block);
+      for (uint32_t k = 0; k < n; ++k) inputs[k] = m->arcs[s.first_arc + k].input;
     }
-    uint8_t* inputs = (uint8_t*)(block + BLOCK_HEADER + with_table);
     for (uint32_t k = 0; k < n; ++k) {
       const arc_record* a = &m->arcs[s.first_arc + k];
-      inputs[k] = a->input;
       uint32_t* arc = (uint32_t*)block_arc(block, k);
       arc[0] = offset[a->next];
       memcpy(&arc[1], &a->weight, 4);

@@ -25,21 +25,27 @@ typedef struct {
 
 /* The decoder reads a second copy made for it: each state is one block of 32-bit words holding
    everything a step needs, so reading a byte touches the block of the state it leaves and
-   nothing else (one cache line for most states). Word 0 is the state's number; word 1 its arc
-   count << BLOCK_FLAGS with the BLOCK_ flags; word 2 has bit b & 31 set for each byte b that an
-   arc reads (a quick, sometimes too hopeful, answer to whether the state reads b); with
-   BLOCK_TABLE, word 3 is the number of its byte table; then come the arcs' input bytes, sorted
-   (epsilon first) and padded to a word, and per arc three words: the word offset of its
-   destination's block, its weight, its output. A byte table (states of many arcs) holds for each
-   byte value b the position of the first arc reading b; entry 256 is the arc count. */
+   nothing else. Blocks start 16 bytes apart. A state with one arc, not an epsilon arc, has a block
+   of four words (one aligned piece of a cache line): word 0 is its input byte << BLOCK_FLAGS with
+   the BLOCK_ flags and BLOCK_ONE, then come the arc's three words. These blocks come first, so
+   that a block's number for the stamps is its offset / 4. Any other block: word 0 is its arc
+   count << BLOCK_FLAGS with the flags; word 1 has bit b & 31 set for each byte b that an arc
+   reads (a quick, sometimes too hopeful, answer to whether the state reads b); word 2 is its
+   number for the stamps; with BLOCK_TABLE, word 3 is the number of its byte table; then come the
+   arcs' input bytes, sorted (epsilon first) and padded to a word, and per arc three words: the
+   word offset of its destination's block, its weight, its output. A byte table (states of many
+   arcs) holds for each byte value b the position of the first arc reading b; entry 256 is the
+   arc count. */
 #define BLOCK_FINAL 1u
 #define BLOCK_EPSILON 2u
 #define BLOCK_TABLE 4u
 #define BLOCK_BLANK 8u /* it has arcs reading a space or a tab */
-#define BLOCK_FLAGS 4
+#define BLOCK_ONE 16u
+#define BLOCK_FLAGS 5
 #define BLOCK_MAX_ARCS (UINT32_MAX >> BLOCK_FLAGS)
 #define BYTE_TABLE_SIZE 257
-#define BLOCK_HEADER 3 /* words before the table number or the inputs */
+#define BLOCK_HEADER 3  /* words of a block of several arcs before the table number or inputs */
+#define ONE_ARC_BLOCK 4 /* words of a block of one arc */
 
 /* Where a word's first two bytes (neither of them its last) lead from the start state along the
    clean path (t2s_clean_path.c), and their weight; block is NO_PAIR where that path is not the
@@ -60,6 +66,7 @@ struct t2s_model {
   uint32_t* string_offsets; /* where string i starts in the pool */
   uint32_t* blocks;
   uint32_t start_block;  /* word offset of the start state's block */
+  uint32_t one_end;      /* of the blocks of one arc, which come first */
   uint32_t* byte_tables; /* BYTE_TABLE_SIZE entries a table */
   int has_epsilon;       /* any arc with input 0 */
   uint8_t pair_class[256];
@@ -67,25 +74,33 @@ struct t2s_model {
   start_pair* start_pairs; /* n_pair_classes squared */
 };
 
-static inline uint32_t block_state(const uint32_t* block) { return block[0]; }
-static inline uint32_t block_arcs(const uint32_t* block) { return block[1] >> BLOCK_FLAGS; }
-static inline int block_final(const uint32_t* block) { return (block[1] & BLOCK_FINAL) != 0; }
-static inline int block_epsilon(const uint32_t* block) { return (block[1] & BLOCK_EPSILON) != 0; }
+static inline int block_one(const uint32_t* block) { return (block[0] & BLOCK_ONE) != 0; }
+/* The input byte of a block of one arc. */
+static inline uint8_t block_one_input(const uint32_t* block) {
+  return (uint8_t)(block[0] >> BLOCK_FLAGS);
+}
+static inline uint32_t block_arcs(const uint32_t* block) {
+  return block_one(block) ? 1 : block[0] >> BLOCK_FLAGS;
+}
+static inline int block_final(const uint32_t* block) { return (block[0] & BLOCK_FINAL) != 0; }
+static inline int block_epsilon(const uint32_t* block) { return (block[0] & BLOCK_EPSILON) != 0; }
+static inline int block_blank(const uint32_t* block) { return (block[0] & BLOCK_BLANK) != 0; }
+/* The inputs of a block of several arcs. */
 static inline const uint8_t* block_inputs(const uint32_t* block) {
-  return (const uint8_t*)(block + BLOCK_HEADER + ((block[1] & BLOCK_TABLE) != 0));
+  return (const uint8_t*)(block + BLOCK_HEADER + ((block[0] & BLOCK_TABLE) != 0));
 }
 /* Arc k's three words: destination block, weight bits, output. */
 static inline const uint32_t* block_arc(const uint32_t* block, uint32_t k) {
-  return block + BLOCK_HEADER + ((block[1] & BLOCK_TABLE) != 0) + (block_arcs(block) + 3) / 4 +
-         3 * k;
+  if (block_one(block)) return block + 1;
+  return block + BLOCK_HEADER + ((block[0] & BLOCK_TABLE) != 0) +
+         ((block[0] >> BLOCK_FLAGS) + 3) / 4 + 3 * k;
 }
-/* The arc of a block of one arc: its place is known before the block is read. */
-static inline const uint32_t* block_only_arc(const uint32_t* block) {
-  return block + BLOCK_HEADER + 1;
-}
+/* The arc of a block of one arc. */
+static inline const uint32_t* block_only_arc(const uint32_t* block) { return block + 1; }
 /* 0 when the block surely has no arc reading c (epsilon arcs aside). */
 static inline int block_may_read(const uint32_t* block, uint8_t c) {
-  return (block[2] >> (c & 31)) & 1;
+  if (block_one(block)) return block_one_input(block) == c;
+  return (block[1] >> (c & 31)) & 1;
 }
 static inline float arc_weight(const uint32_t* arc) {
   union {
@@ -107,15 +122,20 @@ typedef struct {
    inside its block, as at least twelve bytes of arcs follow the inputs). */
 static inline arc_span arcs_reading(const t2s_model* m, const uint32_t* block, uint8_t c) {
   arc_span span;
-  if (block[1] & BLOCK_TABLE) {
+  if (block_one(block)) {
+    span.first = block_one_input(block) == c ? 0 : 1;
+    span.end = 1;
+    return span;
+  }
+  if (block[0] & BLOCK_TABLE) {
     const uint32_t* table = m->byte_tables + (size_t)block[BLOCK_HEADER] * BYTE_TABLE_SIZE;
     span.first = table[c];
     span.end = table[c + 1];
     return span;
   }
   const uint8_t* inputs = block_inputs(block);
-  uint32_t const n = block_arcs(block);
-  if (n == 1) {
+  uint32_t const n = block[0] >> BLOCK_FLAGS;
+  if (n == 1) { /* an epsilon arc */
     span.first = inputs[0] == c ? 0 : 1;
     span.end = 1;
     return span;
