@@ -266,6 +266,8 @@ TEST(ModelRuntime, RefusesDamagedFiles) {
   EXPECT_TRUE(refused(with_u32(4, 0x40000000u), "truncated"));  // states count too large
   EXPECT_TRUE(refused(with_u32(0, n_states), "start state"));   // start out of range
   EXPECT_TRUE(refused(with_u32(8 + 4, 1000), "arc range"));     // end_arc past the arcs
+  // Ranges that overlap let a small file ask for blocks of gigabytes.
+  EXPECT_TRUE(refused(with_u32(8 + 12, 0), "do not follow"));
   EXPECT_TRUE(refused(with_u32(arcs_at + 8, n_states), "arc to a state"));  // next out of range
   EXPECT_TRUE(refused(with_u32(arcs_at + 4, 99), "output string"));         // output out of range
   std::string no_terminator = good;

@@ -289,10 +289,14 @@ t2s_model* t2s_model_from_memory(const void* data, size_t size, char* error, siz
   unsigned long long where = 0;
   if (model->start < -1 || (model->start >= 0 && (uint32_t)model->start >= model->num_states))
     problem = "start state out of range";
+  /* Each state's arcs follow the previous state's, so no arc is counted twice: overlapping
+     ranges would let a small file ask for blocks of gigabytes. */
   for (uint32_t i = 0; !problem && i < model->num_states; ++i) {
     state_record s = model->states[i];
     if (s.first_arc > s.end_arc || s.end_arc > model->num_arcs)
       problem = "state with an arc range outside the arcs", where = i;
+    else if (s.first_arc != (i ? model->states[i - 1].end_arc : 0))
+      problem = "state whose arcs do not follow the previous state's", where = i;
     else if (s.final > 1)
       problem = "state with a final flag other than 0 or 1", where = i;
   }
