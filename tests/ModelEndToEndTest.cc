@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <cstring>
@@ -275,6 +276,17 @@ TEST(ModelRuntime, RefusesDamagedFiles) {
   EXPECT_TRUE(refused(no_terminator, "string pool"));
   EXPECT_EQ(t2s_model_load("/nonexistent/model", error, sizeof error), nullptr);
   EXPECT_EQ(std::string(error), "cannot open /nonexistent/model");
+  // What is not a regular file (a pipe here) is read, not mapped.
+  int pipe_ends[2];
+  ASSERT_EQ(pipe(pipe_ends), 0);
+  ASSERT_EQ(write(pipe_ends[1], good.data(), good.size()), ssize_t(good.size()));
+  close(pipe_ends[1]);
+  std::string const pipe_path = "/dev/fd/" + std::to_string(pipe_ends[0]);
+  t2s_model* piped = t2s_model_load(pipe_path.c_str(), error, sizeof error);
+  close(pipe_ends[0]);
+  ASSERT_NE(piped, nullptr) << error;
+  EXPECT_EQ(Decode(piped, "ab"), "x");
+  t2s_model_free(piped);
 
   // A string count that wrapped a 32-bit size product wrote out of bounds.
   std::string const wrapped("\xff\xff\xff\xff\0\0\0\0\0\0\0\0\0\0\0\x40\x01\0\0\0\0", 21);
