@@ -3,6 +3,7 @@
 // fed in pieces).
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstring>
 #include <map>
 #include <optional>
@@ -138,6 +139,26 @@ TEST(ModelDecoder, AgreesWithAPlainSearchOnRandomModels) {
     char error[256];
     t2s_model* model = t2s_model_from_memory(bytes.data(), bytes.size(), error, sizeof error);
     ASSERT_NE(model, nullptr) << error;
+    // A look inside gives each state's arcs as packed, sorted by input.
+    for (uint32_t p = 0, first, end; p < n_states; ++p) {
+      int final;
+      ASSERT_TRUE(t2s_model_state(model, p, &first, &end, &final));
+      EXPECT_EQ(final, m.final[p]);
+      using Seen = std::tuple<uint8_t, uint32_t, int32_t, float>;
+      std::vector<Seen> seen, packed;
+      for (uint32_t a = first; a < end; ++a) {
+        Seen arc;
+        t2s_model_arc(model, a, &std::get<0>(arc), &std::get<1>(arc), &std::get<2>(arc),
+                      &std::get<3>(arc));
+        EXPECT_TRUE(seen.empty() || std::get<0>(seen.back()) <= std::get<0>(arc));
+        seen.push_back(arc);
+      }
+      for (Arc const& a : m.arcs[p])
+        packed.emplace_back(a.input, a.output, int32_t(a.next), a.weight);
+      std::sort(seen.begin(), seen.end());
+      std::sort(packed.begin(), packed.end());
+      EXPECT_EQ(seen, packed) << round << " state " << p;
+    }
     t2s_decoder* decoder = t2s_decoder_new(model);
     std::vector<std::string> texts;
     std::vector<std::optional<std::pair<float, std::vector<uint32_t>>>> decoded;

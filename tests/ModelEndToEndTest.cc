@@ -307,6 +307,9 @@ TEST(ModelRuntime, RefusesDamagedFiles) {
   EXPECT_TRUE(refused(loop_model(-1.0f), "epsilon cycle of negative weight through state 0"));
   EXPECT_TRUE(refused(loop_model(std::nanf("")), "not a number"));
   std::string const zero = loop_model(0.0f);
+  std::string unowned = zero;
+  unowned[12] = 0;  // the one state's arc range ends before its arc
+  EXPECT_TRUE(refused(unowned, "arcs that belong to no state"));
   t2s_model* zero_loop = t2s_model_from_memory(zero.data(), zero.size(), error, sizeof error);
   ASSERT_NE(zero_loop, nullptr) << error;
   EXPECT_EQ(Decode(zero_loop, ""), "");

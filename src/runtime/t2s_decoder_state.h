@@ -62,7 +62,7 @@ static inline void next_layer(t2s_decoder* d) {
 
 /* The block's number for the stamps (one per state). */
 static inline uint32_t state_of(const t2s_decoder* d, uint32_t block) {
-  return block < d->model->one_end ? block / ONE_ARC_BLOCK : d->model->blocks[block + 2];
+  return block_number(d->model, block);
 }
 
 /* The array reallocated to twice its capacity (to first when empty), the capacity updated; NULL,

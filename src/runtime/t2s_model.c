@@ -32,10 +32,23 @@ static uint32_t u32_at(const unsigned char* p) {
   return (uint32_t)p[0] | (uint32_t)p[1] << 8 | (uint32_t)p[2] << 16 | (uint32_t)p[3] << 24;
 }
 
+/* Where arc k (in input order) of state p lies in the model, and the state it leads to. */
+static const uint32_t* state_arc(const t2s_model* m, uint32_t p, uint32_t k) {
+  return block_arc(m->blocks + m->state_blocks[p], k);
+}
+static uint32_t arc_target(const t2s_model* m, const uint32_t* arc) {
+  return m->block_states[block_number(m, arc[0])];
+}
+
+/* Whether arc k of state p reads epsilon (those come first: stop at the first that does not). */
+static int epsilon_arc(const t2s_model* m, uint32_t p, uint32_t k) {
+  const uint32_t* block = m->blocks + m->state_blocks[p];
+  return block_epsilon(block) && k < block_arcs(block) && block_inputs(block)[k] == 0;
+}
+
 /* A state on a cycle of epsilon arcs that holds an arc of negative weight (such a cycle would
    lower a path's cost without end), -1 when there is none, -2 when memory ran out. Tarjan's
-   strongly connected components over the epsilon arcs, iteratively; the arcs are sorted, so a
-   state's epsilon arcs are the first of its range. */
+   strongly connected components over the epsilon arcs, iteratively. */
 static int64_t negative_epsilon_cycle(const t2s_model* m) {
   uint32_t n = m->num_states;
   size_t bytes = (n ? (size_t)n : 1) * sizeof(uint32_t);
@@ -57,18 +70,18 @@ static int64_t negative_epsilon_cycle(const t2s_model* m) {
     index[root] = low[root] = ++counter;
     component[root] = UINT32_MAX;
     stack[n_stack++] = root;
-    next_arc[root] = m->states[root].first_arc;
+    next_arc[root] = 0;
     while (n_calls) {
       uint32_t p = calls[n_calls - 1];
-      uint32_t a = next_arc[p];
-      if (a < m->states[p].end_arc && m->arcs[a].input == 0) {
-        next_arc[p] = a + 1;
-        uint32_t q = (uint32_t)m->arcs[a].next;
+      uint32_t k = next_arc[p];
+      if (epsilon_arc(m, p, k)) {
+        next_arc[p] = k + 1;
+        uint32_t q = arc_target(m, state_arc(m, p, k));
         if (!index[q]) {
           index[q] = low[q] = ++counter;
           component[q] = UINT32_MAX;
           stack[n_stack++] = q;
-          next_arc[q] = m->states[q].first_arc;
+          next_arc[q] = 0;
           calls[n_calls++] = q;
         } else if (component[q] == UINT32_MAX && index[q] < low[p]) {
           low[p] = index[q];
@@ -88,9 +101,10 @@ static int64_t negative_epsilon_cycle(const t2s_model* m) {
   }
   /* A negative epsilon arc inside one component lies on a cycle. */
   for (uint32_t p = 0; p < n && result == -1; ++p)
-    for (uint32_t a = m->states[p].first_arc; a < m->states[p].end_arc && m->arcs[a].input == 0;
-         ++a)
-      if (m->arcs[a].weight < 0 && component[m->arcs[a].next] == component[p]) result = p;
+    for (uint32_t k = 0; epsilon_arc(m, p, k); ++k) {
+      const uint32_t* arc = state_arc(m, p, k);
+      if (arc_weight(arc) < 0 && component[arc_target(m, arc)] == component[p]) result = p;
+    }
 done:
   free(index);
   free(low);
@@ -101,99 +115,157 @@ done:
   return result;
 }
 
-/* States with more arcs than this get a byte table (while the tables take no more memory than
-   the arc records): a byte is then found in one step instead of a scan of the inputs. */
+/* States with more arcs than this get a byte table (while the tables take no more than 16 bytes
+   an arc): a byte is then found in one step instead of a scan of the inputs. */
 #define SCANNED_ARCS 16
 
+/* Where the file's records lie, read once they have been checked. */
+typedef struct {
+  const unsigned char* bytes;  /* the first arc record */
+  const unsigned char* finals; /* the first state record's final flag, then one every 12 bytes */
+} file_records;
+
+static arc_record arc_in_file(file_records f, uint32_t i) {
+  const unsigned char* at = f.bytes + (size_t)i * 16;
+  arc_record a;
+  uint32_t const bits = u32_at(at + 12);
+  a.input = at[0];
+  a.output = u32_at(at + 4);
+  a.next = (int32_t)u32_at(at + 8);
+  memcpy(&a.weight, &bits, 4);
+  return a;
+}
+
 /* Whether a state gets a block of one arc. */
-static int one_arc_block(const t2s_model* m, state_record s) {
-  return s.end_arc - s.first_arc == 1 && m->arcs[s.first_arc].input != 0;
+static int one_arc_block(const t2s_model* m, file_records f, uint32_t p) {
+  return m->arc_starts[p + 1] - m->arc_starts[p] == 1 && f.bytes[(size_t)m->arc_starts[p] * 16];
+}
+
+/* The state's arcs sorted by input byte, epsilon arcs first, into arcs. */
+static void read_sorted_arcs(const t2s_model* m, file_records f, uint32_t p, arc_record* arcs) {
+  uint32_t const first = m->arc_starts[p], n = m->arc_starts[p + 1] - first;
+  for (uint32_t k = 0; k < n; ++k) arcs[k] = arc_in_file(f, first + k);
+  if (n > 32) {
+    qsort(arcs, n, sizeof(arc_record), by_input);
+    return;
+  }
+  /* Most states have a few arcs, often in order already: insertion sort, no allocation. */
+  for (uint32_t k = 1; k < n; ++k) {
+    arc_record const moved = arcs[k];
+    uint32_t j = k;
+    for (; j > 0 && arcs[j - 1].input > moved.input; --j) arcs[j] = arcs[j - 1];
+    arcs[j] = moved;
+  }
+}
+
+/* Places the blocks: those of one arc first, then the others, each group in state order; fills
+   state_blocks, block_states and one_end. Returns the words they take (at least one), or 0 when
+   they are too many. */
+static uint64_t place_blocks(t2s_model* m, file_records f, int tables) {
+  uint64_t words = 0;
+  uint32_t number = 0;
+  for (int one = 1; one >= 0; --one) {
+    if (!one) m->one_end = (uint32_t)words;
+    for (uint32_t p = 0; p < m->num_states; ++p) {
+      if (one_arc_block(m, f, p) != one) continue;
+      uint64_t const n = m->arc_starts[p + 1] - m->arc_starts[p];
+      m->state_blocks[p] = (uint32_t)words;
+      m->block_states[number++] = p;
+      uint64_t const size = BLOCK_HEADER + (tables && n > SCANNED_ARCS) + (n + 3) / 4 + 3 * n;
+      words += one ? ONE_ARC_BLOCK : (size + 3) / 4 * 4;
+      if (n > BLOCK_MAX_ARCS || words > UINT32_MAX) return 0;
+    }
+  }
+  return words ? words : 1;
+}
+
+/* Writes the block of a number from its state's arcs (sorted); read[b] is set for each byte b
+   that they read. */
+static void write_block(t2s_model* m, file_records f, uint32_t number, const arc_record* arcs,
+                        uint32_t n, int with_table, uint32_t* table, uint8_t read[256]) {
+  uint32_t const p = m->block_states[number];
+  uint32_t* block = m->blocks + m->state_blocks[p];
+  int blank = 0;
+  for (uint32_t k = 0; k < n; ++k) {
+    blank |= arcs[k].input == ' ' || arcs[k].input == '\t';
+    read[arcs[k].input] = 1;
+  }
+  uint32_t const flags = (f.finals[(size_t)p * 12] ? BLOCK_FINAL : 0) | (blank ? BLOCK_BLANK : 0) |
+                         (n && arcs[0].input == 0 ? BLOCK_EPSILON : 0);
+  if (n == 1 && arcs[0].input) {
+    block[0] = (uint32_t)arcs[0].input << BLOCK_FLAGS | flags | BLOCK_ONE;
+  } else {
+    block[0] = n << BLOCK_FLAGS | flags | (with_table ? BLOCK_TABLE : 0);
+    for (uint32_t k = 0; k < n; ++k)
+      if (arcs[k].input) block[1] |= 1u << (arcs[k].input & 31);
+    block[2] = number;
+    if (with_table) {
+      block[BLOCK_HEADER] = *table;
+      uint32_t* entries = m->byte_tables + (size_t)(*table)++ * BYTE_TABLE_SIZE;
+      uint32_t k = 0;
+      for (uint32_t b = 0; b < BYTE_TABLE_SIZE; ++b) {
+        while (k < n && arcs[k].input < b) ++k;
+        entries[b] = k;
+      }
+    }
+    uint8_t* inputs = (uint8_t*)block_inputs(block);
+    for (uint32_t k = 0; k < n; ++k) inputs[k] = arcs[k].input;
+  }
+  for (uint32_t k = 0; k < n; ++k) {
+    uint32_t* arc = (uint32_t*)block_arc(block, k);
+    arc[0] = m->state_blocks[arcs[k].next];
+    memcpy(&arc[1], &arcs[k].weight, 4);
+    arc[2] = arcs[k].output;
+  }
 }
 
 /* Copies the states into the decoder's blocks (t2s_model_layout.h); the reason on failure. */
-static const char* build_blocks(t2s_model* m) {
+static const char* build_blocks(t2s_model* m, file_records f, uint8_t read[256]) {
+  uint32_t const n_states = m->num_states;
   size_t n_tables = 0;
-  for (uint32_t p = 0; p < m->num_states; ++p)
-    n_tables += m->states[p].end_arc - m->states[p].first_arc > SCANNED_ARCS;
-  int tables = n_tables * BYTE_TABLE_SIZE * sizeof(uint32_t) <= (size_t)m->num_arcs * 16;
-  uint32_t* offset = (uint32_t*)malloc((m->num_states ? (size_t)m->num_states : 1) * 4);
-  if (!offset) return "out of memory loading a model";
-  /* Blocks of one arc first, then the others, each group in state order. */
-  uint64_t words = 0;
-  int too_large = 0;
-  for (int one = 1; one >= 0; --one) {
-    if (!one) m->one_end = (uint32_t)words;
-    for (uint32_t p = 0; p < m->num_states && !too_large; ++p) {
-      if (one_arc_block(m, m->states[p]) != one) continue;
-      uint64_t const n = m->states[p].end_arc - m->states[p].first_arc;
-      offset[p] = (uint32_t)words;
-      uint64_t const size = BLOCK_HEADER + (tables && n > SCANNED_ARCS) + (n + 3) / 4 + 3 * n;
-      words += one ? ONE_ARC_BLOCK : (size + 3) / 4 * 4;
-      too_large = n > BLOCK_MAX_ARCS || words > UINT32_MAX;
-    }
+  uint32_t most_arcs = 0;
+  for (uint32_t p = 0; p < n_states; ++p) {
+    uint32_t const n = m->arc_starts[p + 1] - m->arc_starts[p];
+    n_tables += n > SCANNED_ARCS;
+    if (n > most_arcs) most_arcs = n;
   }
-  if (too_large) {
-    free(offset);
+  int const tables = n_tables * BYTE_TABLE_SIZE * sizeof(uint32_t) <= (size_t)m->num_arcs * 16;
+  size_t const per_state = (n_states ? (size_t)n_states : 1) * 4;
+  m->state_blocks = (uint32_t*)malloc(per_state);
+  m->block_states = (uint32_t*)malloc(per_state);
+  arc_record* arcs = (arc_record*)malloc((most_arcs ? most_arcs : 1) * sizeof(arc_record));
+  if (!m->state_blocks || !m->block_states || !arcs) {
+    free(arcs);
+    return "out of memory loading a model";
+  }
+  uint64_t const words = place_blocks(m, f, tables);
+  if (!words) {
+    free(arcs);
     return "model is too large to decode";
   }
-  m->blocks = (uint32_t*)calloc(words ? (size_t)words : 1, 4);
+  m->blocks = (uint32_t*)calloc((size_t)words, 4);
   if (tables && n_tables)
     m->byte_tables = (uint32_t*)malloc(n_tables * BYTE_TABLE_SIZE * sizeof(uint32_t));
   if (!m->blocks || (tables && n_tables && !m->byte_tables)) {
-    free(offset);
+    free(arcs);
     return "out of memory loading a model";
   }
-  uint32_t table = 0, n_one = m->one_end / ONE_ARC_BLOCK, number = n_one;
-  for (uint32_t p = 0; p < m->num_states; ++p) {
-    state_record s = m->states[p];
-    uint32_t n = s.end_arc - s.first_arc;
-    uint32_t* block = m->blocks + offset[p];
-    int blank = 0;
-    for (uint32_t k = 0; k < n; ++k) {
-      uint8_t const input = m->arcs[s.first_arc + k].input;
-      blank |= input == ' ' || input == '\t';
-    }
-    uint32_t const flags = (s.final ? BLOCK_FINAL : 0) | (blank ? BLOCK_BLANK : 0) |
-                           (n && m->arcs[s.first_arc].input == 0 ? BLOCK_EPSILON : 0);
-    if (one_arc_block(m, s)) {
-      block[0] = (uint32_t)m->arcs[s.first_arc].input << BLOCK_FLAGS | flags | BLOCK_ONE;
-    } else {
-      int const with_table = tables && n > SCANNED_ARCS;
-      block[0] = n << BLOCK_FLAGS | flags | (with_table ? BLOCK_TABLE : 0);
-      for (uint32_t k = 0; k < n; ++k) {
-        uint8_t const input = m->arcs[s.first_arc + k].input;
-        if (input) block[1] |= 1u << (input & 31);
-      }
-      block[2] = number++;
-      if (with_table) {
-        block[BLOCK_HEADER] = table;
-        uint32_t* entries = m->byte_tables + (size_t)table++ * BYTE_TABLE_SIZE;
-        uint32_t k = 0;
-        for (uint32_t b = 0; b < BYTE_TABLE_SIZE; ++b) {
-          while (k < n && m->arcs[s.first_arc + k].input < b) ++k;
-          entries[b] = k;
-        }
-      }
-      uint8_t* inputs = (uint8_t*)block_inputs(block);
-      for (uint32_t k = 0; k < n; ++k) inputs[k] = m->arcs[s.first_arc + k].input;
-    }
-    for (uint32_t k = 0; k < n; ++k) {
-      const arc_record* a = &m->arcs[s.first_arc + k];
-      uint32_t* arc = (uint32_t*)block_arc(block, k);
-      arc[0] = offset[a->next];
-      memcpy(&arc[1], &a->weight, 4);
-      arc[2] = a->output;
-    }
+  /* In block order, so the blocks are written front to back. */
+  uint32_t table = 0;
+  for (uint32_t number = 0; number < n_states; ++number) {
+    uint32_t const p = m->block_states[number], n = m->arc_starts[p + 1] - m->arc_starts[p];
+    read_sorted_arcs(m, f, p, arcs);
+    write_block(m, f, number, arcs, n, tables && n > SCANNED_ARCS, &table, read);
   }
-  m->start_block = m->start >= 0 ? offset[m->start] : 0;
-  free(offset);
+  free(arcs);
+  m->has_epsilon = read[0];
+  m->start_block = m->start >= 0 ? m->state_blocks[m->start] : 0;
   return NULL;
 }
 
-/* The start pairs (t2s_model_layout.h); 0 when out of memory. */
-static int build_start_pairs(t2s_model* m) {
-  uint8_t read[256] = {0};
-  for (uint32_t i = 0; i < m->num_arcs; ++i) read[m->arcs[i].input] = 1;
+/* The start pairs (t2s_model_layout.h), given the bytes that some arc reads; 0 when out of
+   memory. */
+static int build_start_pairs(t2s_model* m, const uint8_t read[256]) {
   uint32_t n = 1;
   for (int c = ' ' + 1; c < 256; ++c)
     if (read[c]) m->pair_class[c] = (uint8_t)n++;
@@ -219,14 +291,59 @@ static int build_start_pairs(t2s_model* m) {
 
 void t2s_model_free(t2s_model* model) {
   if (!model) return;
-  free(model->states);
-  free(model->arcs);
+  free(model->arc_starts);
+  free(model->state_blocks);
+  free(model->block_states);
   free(model->pool);
   free(model->string_offsets);
   free(model->blocks);
   free(model->byte_tables);
   free(model->start_pairs);
   free(model);
+}
+
+/* Why the state and arc records cannot be followed, or NULL; where: the record. */
+static const char* check_records(t2s_model* m, const unsigned char* states, file_records f,
+                                 unsigned long long* where) {
+  if (m->start < -1 || (m->start >= 0 && (uint32_t)m->start >= m->num_states))
+    return "start state out of range";
+  /* Each state's arcs follow the previous state's, so no arc is counted twice: overlapping
+     ranges would let a small file ask for blocks of gigabytes. */
+  for (uint32_t i = 0; i < m->num_states; ++i) {
+    const unsigned char* at = states + (size_t)i * 12;
+    uint32_t const first = u32_at(at), end = u32_at(at + 4);
+    *where = i;
+    if (first > end || end > m->num_arcs) return "state with an arc range outside the arcs";
+    if (first != m->arc_starts[i]) return "state whose arcs do not follow the previous state's";
+    if (at[8] > 1) return "state with a final flag other than 0 or 1";
+    m->arc_starts[i + 1] = end;
+  }
+  *where = m->arc_starts[m->num_states];
+  if (m->arc_starts[m->num_states] != m->num_arcs) return "arcs that belong to no state";
+  for (uint32_t i = 0; i < m->num_arcs; ++i) {
+    arc_record const a = arc_in_file(f, i);
+    *where = i;
+    if (a.next < 0 || (uint32_t)a.next >= m->num_states) return "arc to a state out of range";
+    if (a.output >= m->num_strings) return "arc with an output string out of range";
+    if (a.weight != a.weight) return "arc with a weight that is not a number";
+  }
+  /* Every string takes at least its zero byte: more strings than bytes is a lie. */
+  *where = m->num_strings;
+  if (m->num_strings > m->pool_size) return "more strings than bytes in the string pool";
+  /* Exactly num_strings zero-terminated strings fill the pool. */
+  m->string_offsets =
+      (uint32_t*)malloc((m->num_strings ? (size_t)m->num_strings : 1) * sizeof(uint32_t));
+  uint32_t offset = 0, n = 0;
+  while (m->string_offsets && offset < m->pool_size && n < m->num_strings) {
+    m->string_offsets[n++] = offset;
+    const char* end = memchr(m->pool + offset, 0, m->pool_size - offset);
+    if (!end) break;
+    offset = (uint32_t)(end - m->pool) + 1;
+  }
+  if (n != m->num_strings || offset != m->pool_size ||
+      (m->pool_size && m->pool[m->pool_size - 1] != 0))
+    return "string pool is not exactly the counted zero-terminated strings";
+  return NULL;
 }
 
 t2s_model* t2s_model_from_memory(const void* data, size_t size, char* error, size_t error_size) {
@@ -239,12 +356,6 @@ t2s_model* t2s_model_from_memory(const void* data, size_t size, char* error, siz
     t2s_model_free(model);                                                                    \
     return NULL;                                                                              \
   }
-#define NEED_MEMORY(pointer)                                  \
-  if (!(pointer)) {                                           \
-    fail(error, error_size, "out of memory loading a model"); \
-    t2s_model_free(model);                                    \
-    return NULL;                                              \
-  }
   t2s_model* model = (t2s_model*)calloc(1, sizeof(t2s_model));
   if (!model) return NULL;
   NEED(8, "the header");
@@ -252,115 +363,46 @@ t2s_model* t2s_model_from_memory(const void* data, size_t size, char* error, siz
   model->num_states = u32_at(bytes + 4);
   at = 8;
   NEED((uint64_t)model->num_states * 12, "the state records");
-  model->states =
-      (state_record*)calloc(model->num_states ? model->num_states : 1, sizeof(state_record));
-  NEED_MEMORY(model->states);
-  for (uint32_t i = 0; i < model->num_states; ++i, at += 12) {
-    model->states[i].first_arc = u32_at(bytes + at);
-    model->states[i].end_arc = u32_at(bytes + at + 4);
-    model->states[i].final = bytes[at + 8];
-  }
+  const unsigned char* states = bytes + at;
+  at += (uint64_t)model->num_states * 12;
   NEED(4, "the arc count");
   model->num_arcs = u32_at(bytes + at);
   at += 4;
   NEED((uint64_t)model->num_arcs * 16, "the arc records");
-  model->arcs = (arc_record*)calloc(model->num_arcs ? model->num_arcs : 1, sizeof(arc_record));
-  NEED_MEMORY(model->arcs);
-  for (uint32_t i = 0; i < model->num_arcs; ++i, at += 16) {
-    model->arcs[i].input = bytes[at];
-    model->arcs[i].output = u32_at(bytes + at + 4);
-    model->arcs[i].next = (int32_t)u32_at(bytes + at + 8);
-    uint32_t bits = u32_at(bytes + at + 12);
-    memcpy(&model->arcs[i].weight, &bits, 4);
-  }
+  file_records const f = {bytes + at, states + 8};
+  at += (uint64_t)model->num_arcs * 16;
   NEED(8, "the string counts");
   model->num_strings = u32_at(bytes + at);
   model->pool_size = u32_at(bytes + at + 4);
   at += 8;
   NEED(model->pool_size, "the string pool");
+#undef NEED
   model->pool = (char*)malloc(model->pool_size ? model->pool_size : 1);
-  NEED_MEMORY(model->pool);
+  model->arc_starts = (uint32_t*)calloc((size_t)model->num_states + 1, sizeof(uint32_t));
+  if (!model->pool || !model->arc_starts) {
+    fail(error, error_size, "out of memory loading a model");
+    t2s_model_free(model);
+    return NULL;
+  }
   if (model->pool_size) memcpy(model->pool, bytes + at, model->pool_size);
   at += model->pool_size;
-#undef NEED
-#undef NEED_MEMORY
   if (at != size) {
     fail(error, error_size, "model has %llu bytes after its string pool",
          (unsigned long long)(size - at));
     t2s_model_free(model);
     return NULL;
   }
-
   /* Everything that the decoder will follow must point inside the model. */
-  const char* problem = NULL;
   unsigned long long where = 0;
-  if (model->start < -1 || (model->start >= 0 && (uint32_t)model->start >= model->num_states))
-    problem = "start state out of range";
-  /* Each state's arcs follow the previous state's, so no arc is counted twice: overlapping
-     ranges would let a small file ask for blocks of gigabytes. */
-  for (uint32_t i = 0; !problem && i < model->num_states; ++i) {
-    state_record s = model->states[i];
-    if (s.first_arc > s.end_arc || s.end_arc > model->num_arcs)
-      problem = "state with an arc range outside the arcs", where = i;
-    else if (s.first_arc != (i ? model->states[i - 1].end_arc : 0))
-      problem = "state whose arcs do not follow the previous state's", where = i;
-    else if (s.final > 1)
-      problem = "state with a final flag other than 0 or 1", where = i;
-  }
-  for (uint32_t i = 0; !problem && i < model->num_arcs; ++i) {
-    arc_record a = model->arcs[i];
-    if (a.next < 0 || (uint32_t)a.next >= model->num_states)
-      problem = "arc to a state out of range", where = i;
-    else if (a.output >= model->num_strings)
-      problem = "arc with an output string out of range", where = i;
-    else if (a.weight != a.weight)
-      problem = "arc with a weight that is not a number", where = i;
-  }
-  /* Every string takes at least its zero byte: more strings than bytes is a lie. */
-  if (!problem && model->num_strings > model->pool_size)
-    problem = "more strings than bytes in the string pool", where = model->num_strings;
-  if (!problem) {
-    /* Exactly num_strings zero-terminated strings fill the pool. */
-    model->string_offsets =
-        (uint32_t*)malloc((model->num_strings ? (size_t)model->num_strings : 1) * sizeof(uint32_t));
-    uint32_t offset = 0, n = 0;
-    while (model->string_offsets && offset < model->pool_size && n < model->num_strings) {
-      model->string_offsets[n++] = offset;
-      const char* end = memchr(model->pool + offset, 0, model->pool_size - offset);
-      if (!end) break;
-      offset = (uint32_t)(end - model->pool) + 1;
-    }
-    if (n != model->num_strings || offset != model->pool_size ||
-        (model->pool_size && model->pool[model->pool_size - 1] != 0))
-      problem = "string pool is not exactly the counted zero-terminated strings";
-  }
+  const char* problem = check_records(model, states, f, &where);
   if (problem) {
     fail(error, error_size, "model is inconsistent: %s (%llu)", problem, where);
     t2s_model_free(model);
     return NULL;
   }
-  /* Each state's arcs sorted by input byte, epsilon arcs first. Arcs are reached only through
-     their state's range, so this is safe. */
-  for (uint32_t i = 0; i < model->num_states; ++i) {
-    state_record s = model->states[i];
-    arc_record* arcs = model->arcs + s.first_arc;
-    uint32_t const n = s.end_arc - s.first_arc;
-    if (n > 32) {
-      qsort(arcs, n, sizeof(arc_record), by_input);
-      continue;
-    }
-    /* Most states have a few arcs, mostly in order already: insertion sort, no allocation. */
-    for (uint32_t k = 1; k < n; ++k) {
-      arc_record const moved = arcs[k];
-      uint32_t j = k;
-      for (; j > 0 && arcs[j - 1].input > moved.input; --j) arcs[j] = arcs[j - 1];
-      arcs[j] = moved;
-    }
-  }
-  for (uint32_t i = 0; i < model->num_arcs; ++i)
-    if (model->arcs[i].input == 0) model->has_epsilon = 1;
-  const char* failure = build_blocks(model);
-  if (!failure && !build_start_pairs(model)) failure = "out of memory loading a model";
+  uint8_t read[256] = {0};
+  const char* failure = build_blocks(model, f, read);
+  if (!failure && !build_start_pairs(model, read)) failure = "out of memory loading a model";
   if (failure) {
     fail(error, error_size, "%s", failure);
     t2s_model_free(model);
@@ -456,18 +498,30 @@ int32_t t2s_model_start(const t2s_model* m) { return m->start; }
 int t2s_model_state(const t2s_model* m, uint32_t i, uint32_t* first_arc, uint32_t* end_arc,
                     int* final) {
   if (i >= m->num_states) return 0;
-  *first_arc = m->states[i].first_arc;
-  *end_arc = m->states[i].end_arc;
-  *final = m->states[i].final;
+  *first_arc = m->arc_starts[i];
+  *end_arc = m->arc_starts[i + 1];
+  *final = block_final(m->blocks + m->state_blocks[i]);
   return 1;
 }
 
 int t2s_model_arc(const t2s_model* m, uint32_t i, uint8_t* input, uint32_t* output, int32_t* next,
                   float* weight) {
   if (i >= m->num_arcs) return 0;
-  *input = m->arcs[i].input;
-  *output = m->arcs[i].output;
-  *next = m->arcs[i].next;
-  *weight = m->arcs[i].weight;
+  /* Its state: the last whose first arc is at most i. */
+  uint32_t low = 0, high = m->num_states;
+  while (high - low > 1) {
+    uint32_t const middle = low + (high - low) / 2;
+    if (m->arc_starts[middle] <= i)
+      low = middle;
+    else
+      high = middle;
+  }
+  const uint32_t* block = m->blocks + m->state_blocks[low];
+  uint32_t const k = i - m->arc_starts[low];
+  const uint32_t* arc = block_arc(block, k);
+  *input = block_one(block) ? block_one_input(block) : block_inputs(block)[k];
+  *output = arc[2];
+  *next = (int32_t)arc_target(m, arc);
+  *weight = arc_weight(arc);
   return 1;
 }

@@ -9,13 +9,7 @@
 
 #include "t2s_runtime.h"
 
-/* The file's records, kept as read (arcs sorted by input within each state) for the look-inside
-   functions and the load-time checks. */
-typedef struct {
-  uint32_t first_arc, end_arc;
-  uint8_t final;
-} state_record;
-
+/* An arc as read from the file, while its state's block is built. */
 typedef struct {
   uint8_t input;
   uint32_t output;
@@ -23,7 +17,7 @@ typedef struct {
   float weight;
 } arc_record;
 
-/* The decoder reads a second copy made for it: each state is one block of 32-bit words holding
+/* The model is kept as the decoder reads it: each state is one block of 32-bit words holding
    everything a step needs, so reading a byte touches the block of the state it leaves and
    nothing else. Blocks start 16 bytes apart. A state with one arc, not an epsilon arc, has a block
    of four words (one aligned piece of a cache line): word 0 is its input byte << BLOCK_FLAGS with
@@ -60,8 +54,9 @@ typedef struct {
 struct t2s_model {
   int32_t start;
   uint32_t num_states, num_arcs, num_strings, pool_size;
-  state_record* states;
-  arc_record* arcs;
+  uint32_t* arc_starts;   /* the file's first arc of each state, then num_arcs */
+  uint32_t* state_blocks; /* the word offset of each state's block */
+  uint32_t* block_states; /* the state of each block number */
   char* pool;
   uint32_t* string_offsets; /* where string i starts in the pool */
   uint32_t* blocks;
@@ -73,6 +68,11 @@ struct t2s_model {
   uint32_t n_pair_classes; /* class 0 included */
   start_pair* start_pairs; /* n_pair_classes squared */
 };
+
+/* The number of the block at a word offset: one per state, for the stamps and block_states. */
+static inline uint32_t block_number(const t2s_model* m, uint32_t offset) {
+  return offset < m->one_end ? offset / ONE_ARC_BLOCK : m->blocks[offset + 2];
+}
 
 static inline int block_one(const uint32_t* block) { return (block[0] & BLOCK_ONE) != 0; }
 /* The input byte of a block of one arc. */
