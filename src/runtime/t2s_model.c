@@ -192,7 +192,7 @@ static void write_block(t2s_model* m, file_records f, uint32_t number, const arc
   }
   uint32_t const flags = (f.finals[(size_t)p * 12] ? BLOCK_FINAL : 0) | (blank ? BLOCK_BLANK : 0) |
                          (n && arcs[0].input == 0 ? BLOCK_EPSILON : 0);
-  if (n == 1 && arcs[0].input) {
+  if (m->state_blocks[p] < m->one_end) { /* placed as a block of one arc */
     block[0] = (uint32_t)arcs[0].input << BLOCK_FLAGS | flags | BLOCK_ONE;
   } else {
     block[0] = n << BLOCK_FLAGS | flags | (with_table ? BLOCK_TABLE : 0);
