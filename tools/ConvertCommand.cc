@@ -34,7 +34,7 @@ int WriteAtt(FSTGeneric const& m, std::ostream& os, std::string const& symbols_p
     if (found != used.end()) return found->second;
     return used[label] = FSTEscapeLabel(FSTstring_map[label]);
   };
-  m->force();
+  FSTOperandForce(*m);
   int const n = m->states().size();
   int const start = m->initial();
   // AT&T text names the start state by its first line. A start with no line of its own (no

@@ -35,7 +35,7 @@ Rows Reversed(Rows const& rows, int n) {
 
 Properties Measure(FSTGeneric const& m) {
   Properties p;
-  m->force();
+  FSTOperandForce(*m);
   p.states = m->states().size();
   // A few bytes per state and arc beyond the machine itself: info works on large machines.
   Rows next{std::vector<int>(size_t(p.states) + 1, 0), {}};

@@ -26,6 +26,7 @@
 #include "FSTNgram3.h"
 #include "FSTNgramOps.h"
 #include "FSTNgramPacked.h"
+#include "FSTOperand.h"
 #include "FSTMd5.h"
 #include "FSTOptimize.h"
 #include "FSTPushWeights.h"

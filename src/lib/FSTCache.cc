@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "FSTOperand.h"
 #include "FSTlib.h"
 
 FSTCacheRep::FSTCacheRep(FSTGeneric const& g) : _machine(g) {
@@ -38,7 +39,7 @@ FSTCacheRep::_Entry* FSTCacheRep::_lookup(int p) const {
   ++_misses;
   _Entry* entry = new (FSTAllocator::_allocate(_entry_units)) _Entry{{}, nullptr, nullptr, p};
   _on_insert(entry);
-  FSTArcIter arcs = _machine->arcs_out(p, _arc_order);
+  FSTArcIter arcs = FSTOperandArcs(*_machine, p, _arc_order);
   // A lazy machine discovers states as it is walked: the table follows its count.
   _table.resize(std::max(_table.size(), size_t(_machine->states().size())), nullptr);
   _n_states = int(_table.size());
@@ -49,6 +50,13 @@ FSTCacheRep::_Entry* FSTCacheRep::_lookup(int p) const {
   return entry;
 }
 
+fst::set<int> const& FSTCacheRep::input_alphabet() const {
+  return FSTOperandInputAlphabet(*_machine);
+}
+
+fst::set<int> const& FSTCacheRep::output_alphabet() const {
+  return FSTOperandOutputAlphabet(*_machine);
+}
 
 int FSTCacheRep::n_arcs_out(int p) const { return int(_lookup(p)->arcs.size()); }
 

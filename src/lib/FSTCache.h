@@ -15,8 +15,8 @@ class FSTCacheRep : public FSTGenericInt {
   explicit FSTCacheRep(FSTGeneric const& g);
   ~FSTCacheRep() override;
 
-  fst::set<int> const& input_alphabet() const override { return _machine->input_alphabet(); }
-  fst::set<int> const& output_alphabet() const override { return _machine->output_alphabet(); }
+  fst::set<int> const& input_alphabet() const override;
+  fst::set<int> const& output_alphabet() const override;
   int n_arcs_out(int p) const override;
   using FSTGenericInt::arcs_out;
   FSTArcIter arcs_out(int p, FSTArcOrder o = FSTArcOrderAny) const override;

@@ -1,5 +1,7 @@
 #include "FSTClosure.h"
 
+#include "FSTOperand.h"
+
 // ---- shared -------------------------------------------------------------------------------------
 
 FSTClosureRep::FSTClosureRep(FSTGeneric const& fst, char const* type_name) : _fst(fst) {
@@ -9,8 +11,8 @@ FSTClosureRep::FSTClosureRep(FSTGeneric const& fst, char const* type_name) : _fs
 
 void FSTClosureRep::_setup() {
   _semiring = _fst->semiring();
-  _input_alphabet = _fst->input_alphabet();
-  _output_alphabet = _fst->output_alphabet();
+  _input_alphabet = FSTOperandInputAlphabet(*_fst);
+  _output_alphabet = FSTOperandOutputAlphabet(*_fst);
   _input_alphabet.insert(0);
   _output_alphabet.insert(0);
 }
@@ -56,18 +58,18 @@ FSTArcIter FSTClosureStarRep::_arcs(int p, FSTArcIter operand_arcs, bool keep_ep
 
 FSTArcIter FSTClosureStarRep::arcs_out(int p, FSTArcOrder order) const {
   _checked(p);
-  return _arcs(p, p ? _fst->arcs_out(p - 1, order) : FSTArcIter(), true);
+  return _arcs(p, p ? FSTOperandArcs(*_fst, p - 1, order) : FSTArcIter(), true);
 }
 
 FSTArcIter FSTClosureStarRep::arcs_out_with_input(int p, int label, FSTArcMode m) const {
   _checked(p);
-  return _arcs(p, p ? _fst->arcs_out_with_input(p - 1, label, m) : FSTArcIter(),
+  return _arcs(p, p ? FSTOperandArcsWithInput(*_fst, p - 1, label, m) : FSTArcIter(),
                FSTLabelMatches(0, label, m));
 }
 
 FSTArcIter FSTClosureStarRep::arcs_out_with_output(int p, int label, FSTArcMode m) const {
   _checked(p);
-  return _arcs(p, p ? _fst->arcs_out_with_output(p - 1, label, m) : FSTArcIter(),
+  return _arcs(p, p ? FSTOperandArcsWithOutput(*_fst, p - 1, label, m) : FSTArcIter(),
                FSTLabelMatches(0, label, m));
 }
 
@@ -82,7 +84,7 @@ float FSTClosureStarRep::potential(int p) const {
 }
 
 void FSTClosureStarRep::force() const {
-  _fst->force();
+  FSTOperandForce(*_fst);
   _refresh();
 }
 
@@ -117,20 +119,20 @@ FSTArcIter FSTClosurePlusRep::_with_back_arc(int p, FSTArcIter operand_arcs) con
 }
 
 FSTArcIter FSTClosurePlusRep::arcs_out(int p, FSTArcOrder order) const {
-  FSTArcIter arcs = _fst->arcs_out(p, order);
+  FSTArcIter arcs = FSTOperandArcs(*_fst, p, order);
   _refresh();
   return _has_back_arc(p) ? _with_back_arc(p, arcs) : arcs;
 }
 
 FSTArcIter FSTClosurePlusRep::arcs_out_with_input(int p, int label, FSTArcMode m) const {
-  FSTArcIter arcs = _fst->arcs_out_with_input(p, label, m);
+  FSTArcIter arcs = FSTOperandArcsWithInput(*_fst, p, label, m);
   _refresh();
   bool back = _has_back_arc(p) && (label <= 0 || m == FSTArcModeLessEqual);
   return back ? _with_back_arc(p, arcs) : arcs;
 }
 
 FSTArcIter FSTClosurePlusRep::arcs_out_with_output(int p, int label, FSTArcMode m) const {
-  FSTArcIter arcs = _fst->arcs_out_with_output(p, label, m);
+  FSTArcIter arcs = FSTOperandArcsWithOutput(*_fst, p, label, m);
   _refresh();
   bool back = _has_back_arc(p) && (label <= 0 || m == FSTArcModeLessEqual);
   return back ? _with_back_arc(p, arcs) : arcs;
@@ -141,7 +143,7 @@ float FSTClosurePlusRep::final_weight(int p) const { return _fst->final_weight(p
 float FSTClosurePlusRep::potential(int p) const { return _fst->potential(p); }
 
 void FSTClosurePlusRep::force() const {
-  _fst->force();
+  FSTOperandForce(*_fst);
   _refresh();
 }
 

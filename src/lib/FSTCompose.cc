@@ -2,6 +2,9 @@
 
 #include <vector>
 
+#include "FSTCache.h"
+#include "FSTOperand.h"
+
 namespace {
 
 uint32_t const state_mask = (1u << 30) - 1;
@@ -11,15 +14,31 @@ int const filter_first_moved = 2;  // the first operand moved alone since the la
 }  // namespace
 
 FSTComposeRep::FSTComposeRep(FSTGeneric const& first, FSTGeneric const& second)
-    : _first(first), _second(second) {
+    : _first_operand(first), _second_operand(second) {
   name = "FSTCompose";
   if (first->semiring() != second->semiring())
     FSTFatal("can't compose different semirings: %s and %s", first->semiring()->name,
              second->semiring()->name);
   _semiring = first->semiring();
-  _epsilon = second->input_alphabet().count(0) > 0;
   _n_arcs = 0;
+  _setup();
   _init();
+}
+
+void FSTComposeRep::_setup() {
+  _same = _first_operand.get() == _second_operand.get();
+  _first = _first_operand;
+  _second = _second_operand;
+  if (!FSTOperandProbesOutput(*_first)) _first = FSTCache(_first);
+  if (!FSTOperandProbesInput(*_second))
+    _second = _same && _first.get() != _first_operand.get() ? _first : FSTCache(_second);
+  fst::set<int> const& second_inputs = FSTOperandInputAlphabet(*_second);
+  fst::set<int> const& first_outputs = FSTOperandOutputAlphabet(*_first);
+  _epsilon = second_inputs.count(0) > 0;
+  _input_alphabet = FSTOperandInputAlphabet(*_first);
+  _output_alphabet = FSTOperandOutputAlphabet(*_second);
+  if (_epsilon) _input_alphabet.insert(0);
+  if (first_outputs.count(0)) _output_alphabet.insert(0);
 }
 
 FSTComposeRep::~FSTComposeRep() { _clean(); }
@@ -57,7 +76,7 @@ void FSTComposeRep::_arcs_out(int p, int in, int out, FSTArcMode mode, FSTArcOrd
   // The second operand alone, unless the first has moved alone since the last match. Only
   // where the second can move alone does a lone move of the first need the filter's mark.
   FSTArcIter second_alone;
-  if (_epsilon) second_alone = second.arcs_out_with_input(s2, 0, FSTArcModeEqual);
+  if (_epsilon) second_alone = FSTOperandArcsWithInput(second, s2, 0);
   int const after_first_alone = second_alone.done() ? filter_free : filter_first_moved;
   if (filter != filter_first_moved && input_ok(0))
     for (FSTArc* a2 : second_alone)
@@ -66,42 +85,49 @@ void FSTComposeRep::_arcs_out(int p, int in, int out, FSTArcMode mode, FSTArcOrd
   // A lazy operand (whose arc count is not known) drives: probing it label by label would
   // compute its arcs again for every label. Otherwise a label restriction picks the side it
   // applies to, and an unrestricted request the side with fewer arcs. A requested order does
-  // not pick the side: sorting a state's arcs afterwards is cheaper than a wrong driver.
+  // not pick the side: sorting a state's arcs afterwards is cheaper than a wrong driver. One
+  // machine in both places always drives from the first, so that a stored one keeps one order.
   int const unknown = 2147483647;
   int const n1 = first.n_arcs_out(s1), n2 = second.n_arcs_out(s2);
   bool drive_first;
-  if ((n1 == unknown) != (n2 == unknown)) drive_first = n1 == unknown;
-  else if (in >= 0) drive_first = true;
-  else if (out >= 0) drive_first = false;
-  else drive_first = !(n2 < n1);
+  if (_same)
+    drive_first = true;
+  else if ((n1 == unknown) != (n2 == unknown))
+    drive_first = n1 == unknown;
+  else if (in >= 0)
+    drive_first = true;
+  else if (out >= 0)
+    drive_first = false;
+  else
+    drive_first = !(n2 < n1);
   (void)order;
 
-  // The driving side's arcs are copied first: the probes may re-sort a stored operand, and
-  // both operands may be one machine.
+  // The driving side's arcs are copied first, in the order they are stored: the probes may
+  // re-sort a stored operand, and both operands may be one machine.
   std::vector<FSTArc> driving;
   if (drive_first) {
-    for (FSTArc* a : first.arcs_out(s1, FSTArcOrderOutput)) driving.push_back(*a);
+    for (FSTArc* a : first.arcs_out(s1, FSTArcOrderAny)) driving.push_back(*a);
     for (FSTArc const& a1 : driving) {
       if (!input_ok(a1.input)) continue;
       if (a1.output == 0) {
         if (output_ok(0)) emit(a1.input, 0, a1.weight, _target(a1.to, after_first_alone, s2));
         continue;
       }
-      for (FSTArc* a2 : second.arcs_out_with_input(s2, a1.output, FSTArcModeEqual))
+      for (FSTArc* a2 : FSTOperandArcsWithInput(second, s2, a1.output))
         if (output_ok(a2->output))
           emit(a1.input, a2->output, s.times(a1.weight, a2->weight),
                _target(a1.to, filter_free, a2->to));
     }
   } else {
     if (output_ok(0))
-      for (FSTArc* a1 : first.arcs_out_with_output(s1, 0, FSTArcModeEqual)) driving.push_back(*a1);
+      for (FSTArc* a1 : FSTOperandArcsWithOutput(first, s1, 0)) driving.push_back(*a1);
     for (FSTArc const& a1 : driving)
       if (input_ok(a1.input)) emit(a1.input, 0, a1.weight, _target(a1.to, after_first_alone, s2));
     driving.clear();
-    for (FSTArc* a : second.arcs_out(s2, FSTArcOrderInput)) driving.push_back(*a);
+    for (FSTArc* a : second.arcs_out(s2, FSTArcOrderAny)) driving.push_back(*a);
     for (FSTArc const& a2 : driving) {
       if (a2.input == 0 || !output_ok(a2.output)) continue;
-      for (FSTArc* a1 : first.arcs_out_with_output(s1, a2.input, FSTArcModeEqual))
+      for (FSTArc* a1 : FSTOperandArcsWithOutput(first, s1, a2.input))
         if (input_ok(a1->input))
           emit(a1->input, a2.output, s.times(a1->weight, a2.weight),
                _target(a1->to, filter_free, a2.to));
@@ -151,21 +177,25 @@ float FSTComposeRep::potential(int p) const {
 }
 
 void FSTComposeRep::force() const {
-  for (int p = 0; p < _n_states; ++p) _arcs_out(p, -1, -1, FSTArcModeEqual, FSTArcOrderAny, nullptr);
+  for (int p = 0; p < _n_states; ++p)
+    _arcs_out(p, -1, -1, FSTArcModeEqual, FSTArcOrderAny, nullptr);
 }
 
 void FSTComposeRep::reset() const {
   _first->reset();
-  _second->reset();
+  if (_second.get() != _first.get()) _second->reset();
   _clean();
   int const new_initial = _initial_state();
   FST_ASSERT(new_initial == _initial);
 }
 
 FSTGeneric FSTComposeRep::reload(bool& changed) {
-  bool any = _first.reload();
-  any |= _second.reload();
-  if (any) changed = true;
+  bool any = _first_operand.reload();
+  any |= _second_operand.reload();
+  if (any) {
+    changed = true;
+    _setup();
+  }
   reset();
   return FSTGeneric(this);
 }

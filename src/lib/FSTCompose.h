@@ -18,6 +18,10 @@
 //   2       | blocked                  | allowed, -> 2              | allowed, -> 0
 //
 // so every pair of matching operand paths gives exactly one path of the result.
+//
+// Operands are asked through FSTOperand.h, so any machine serves: an inversion view is probed on
+// its other side, and an operand that answers no label query on the side composition probes (a
+// determinized machine) is read through an arc cache, which holds each of its states once asked.
 #ifndef T2SFST_FSTCOMPOSE_H
 #define T2SFST_FSTCOMPOSE_H
 
@@ -42,7 +46,9 @@ struct _Triple {
   uint32_t second;
   bool operator==(_Triple const& o) const { return first == o.first && second == o.second; }
   struct Hash {
-    size_t operator()(_Triple const& t) const { return 17 * size_t(t.second) + 257 * size_t(t.first); }
+    size_t operator()(_Triple const& t) const {
+      return 17 * size_t(t.second) + 257 * size_t(t.first);
+    }
   };
 };
 using _TripleIndex = FSTHashTable<_Triple, _Triple::Hash, std::equal_to<_Triple>>;
@@ -57,8 +63,10 @@ class FSTComposeRep
   FSTComposeRep(FSTGeneric const& first, FSTGeneric const& second);
   ~FSTComposeRep() override;
 
-  fst::set<int> const& input_alphabet() const override { return _first->input_alphabet(); }
-  fst::set<int> const& output_alphabet() const override { return _second->output_alphabet(); }
+  // The first operand's inputs and the second's outputs, each with epsilon where the other
+  // operand moves alone.
+  fst::set<int> const& input_alphabet() const override { return _input_alphabet; }
+  fst::set<int> const& output_alphabet() const override { return _output_alphabet; }
   using FSTGenericInt::arcs_out;
   // A lazy operand (whose arc count is unknown) drives the matching, else the side a label
   // restriction applies to, else the one with fewer arcs at the state. Sorted requests drive the
@@ -79,6 +87,8 @@ class FSTComposeRep
 
  private:
   void _init() const;
+  // The machines read (an operand, or a cache in front of it) and the alphabets.
+  void _setup();
   int _initial_state() const;
   // The arcs of p whose input (in >= 0) or output (out >= 0) label matches in mode, into result
   // (null: only discover the target states).
@@ -86,9 +96,14 @@ class FSTComposeRep
                  FSTArcVector* result) const;
   int _target(int first, int filter, int second) const;
 
-  FSTGeneric _first;
-  FSTGeneric _second;
-  bool _epsilon;  // the second operand reads epsilon somewhere
+  FSTGeneric _first_operand;
+  FSTGeneric _second_operand;
+  FSTGeneric _first;   // what is read of the first operand
+  FSTGeneric _second;  // and of the second
+  bool _epsilon;       // the second operand reads epsilon somewhere
+  bool _same;          // one machine is both operands: probed on one side only
+  fst::set<int> _input_alphabet;
+  fst::set<int> _output_alphabet;
 };
 
 FSTGeneric FSTCompose(FSTGeneric const& first, FSTGeneric const& second);

@@ -1,5 +1,7 @@
 #include "FSTConcatenate.h"
 
+#include "FSTOperand.h"
+
 FSTConcatenateRep::FSTConcatenateRep(fst::vector<FSTGeneric> const& fsts)
     : _fsts(fsts), _n_fsts(int(fsts.size())) {
   name = "FSTConcatenate";
@@ -14,8 +16,10 @@ void FSTConcatenateRep::_setup() {
   _output_alphabet.clear();
   _semiring = FSTOperandsSemiring(_fsts, "can't concatenate different semirings: %s and %s");
   for (FSTGeneric const& f : _fsts) {
-    _input_alphabet.insert(f->input_alphabet().begin(), f->input_alphabet().end());
-    _output_alphabet.insert(f->output_alphabet().begin(), f->output_alphabet().end());
+    fst::set<int> const& inputs = FSTOperandInputAlphabet(*f);
+    fst::set<int> const& outputs = FSTOperandOutputAlphabet(*f);
+    _input_alphabet.insert(inputs.begin(), inputs.end());
+    _output_alphabet.insert(outputs.begin(), outputs.end());
   }
   _input_alphabet.insert(0);
   _output_alphabet.insert(0);
@@ -46,18 +50,18 @@ FSTArcIter FSTConcatenateRep::_arcs(int p, FSTArcIter operand_arcs, bool keep_ep
 
 FSTArcIter FSTConcatenateRep::arcs_out(int p, FSTArcOrder order) const {
   FSTOperandState const state = _state(p);
-  return _arcs(p, _fsts[size_t(state.operand)]->arcs_out(state.state, order), true);
+  return _arcs(p, FSTOperandArcs(*_fsts[size_t(state.operand)], state.state, order), true);
 }
 
 FSTArcIter FSTConcatenateRep::arcs_out_with_input(int p, int label, FSTArcMode m) const {
   FSTOperandState const state = _state(p);
-  return _arcs(p, _fsts[size_t(state.operand)]->arcs_out_with_input(state.state, label, m),
+  return _arcs(p, FSTOperandArcsWithInput(*_fsts[size_t(state.operand)], state.state, label, m),
                FSTLabelMatches(0, label, m));
 }
 
 FSTArcIter FSTConcatenateRep::arcs_out_with_output(int p, int label, FSTArcMode m) const {
   FSTOperandState const state = _state(p);
-  return _arcs(p, _fsts[size_t(state.operand)]->arcs_out_with_output(state.state, label, m),
+  return _arcs(p, FSTOperandArcsWithOutput(*_fsts[size_t(state.operand)], state.state, label, m),
                FSTLabelMatches(0, label, m));
 }
 

@@ -4,6 +4,7 @@
 #include <climits>
 #include <sstream>
 
+#include "FSTOperand.h"
 #include "FSTStringMap.h"
 
 namespace fst_determinize {
@@ -70,12 +71,18 @@ FSTDeterminizeRep::FSTDeterminizeRep(FSTGeneric const& in, int limit, bool fsa, 
       _limit(limit),
       _fsa(fsa),
       _full(full),
-      _input_alphabet(in->input_alphabet()),
-      _output_alphabet(in->output_alphabet()),
+      _input_alphabet(FSTOperandInputAlphabet(*in)),
+      _output_alphabet(FSTOperandOutputAlphabet(*in)),
       _labels(193),
       _delta(delta) {
   name = "FSTDeterminize";
   _semiring = in->semiring();
+  // Outside acceptor mode an arc may write nothing while its labels wait in the subset, and a
+  // label left waiting at a final state is written by an arc that reads nothing.
+  if (!_fsa) {
+    _input_alphabet.insert(0);
+    _output_alphabet.insert(0);
+  }
   if (_limit < 1) _limit = INT_MAX;
   if (_full) _limit = 1;
   _init();

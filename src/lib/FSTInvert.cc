@@ -1,6 +1,7 @@
 #include "FSTInvert.h"
 
 #include "FSTLazy.h"
+#include "FSTOperand.h"
 
 FSTInvertRep::FSTInvertRep(FSTGeneric const& g) : _machine(g) {
   name = "FSTInvert";
@@ -40,7 +41,7 @@ float FSTInvertRep::final_weight(int p) const {
 }
 
 void FSTInvertRep::force() const {
-  _machine->force();
+  FSTOperandForce(*_machine);
   _n_states = _machine->states().size();
 }
 

@@ -24,6 +24,9 @@ class FSTInvertRep : public FSTGenericInt {
   void force() const override;
   void reset() const override;
 
+  // The machine whose arcs are swapped.
+  FSTGeneric const& operand() const { return _machine; }
+
  private:
   FSTArcIter _invert_arcs(int p, FSTArcIter arcs) const;
 

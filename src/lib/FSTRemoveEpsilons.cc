@@ -4,6 +4,8 @@
 #include <set>
 #include <vector>
 
+#include "FSTOperand.h"
+
 namespace fst_remove_epsilons {
 
 bool _SetLess::operator()(_Set const& a, _Set const& b) const {
@@ -83,8 +85,8 @@ int FSTRemoveEpsilonsRep::_find_or_add_state(int q, int o) const {
 }
 
 bool FSTRemoveEpsilonsRep::_alone(int q) const {
-  return _fst->arcs_out_with_input(q, 0, FSTArcModeEqual).done() &&
-         !_fst->arcs_out_with_input(q, 1, FSTArcModeGreaterEqual).done();
+  return FSTOperandArcsWithInput(*_fst, q, 0, FSTArcModeEqual).done() &&
+         !FSTOperandArcsWithInput(*_fst, q, 1, FSTArcModeGreaterEqual).done();
 }
 
 // A closure that comes out as one state alone (and its weights) is that state's own closure.
@@ -108,7 +110,7 @@ _Set FSTRemoveEpsilonsRep::_closure(_StateOutput start) const {
     set[final_entry] = _semiring->one;
     set[potential_entry] = _semiring->one;
   } else {
-    if (_fst->arcs_out_with_input(start.state, 0, FSTArcModeEqual).done())
+    if (FSTOperandArcsWithInput(*_fst, start.state, 0, FSTArcModeEqual).done())
       set[start] = _semiring->one;  // no epsilon arc to follow: the state alone
     else if (_semiring->idempotent())
       _closure_idempotent(set, start);
@@ -123,7 +125,7 @@ _Set FSTRemoveEpsilonsRep::_closure(_StateOutput start) const {
 // when nothing is pending yet: x then becomes the pending label.
 template <class Visit>
 void FSTRemoveEpsilonsRep::_followed_arcs(_StateOutput e, Visit visit) const {
-  for (FSTArc* a : _fst->arcs_out_with_input(e.state, 0, FSTArcModeEqual)) {
+  for (FSTArc* a : FSTOperandArcsWithInput(*_fst, e.state, 0, FSTArcModeEqual)) {
     if (a->output != 0 && (e.output != 0 || _fsa)) continue;
     visit(_StateOutput{a->to, e.output != 0 ? e.output : a->output}, a);
   }
@@ -270,7 +272,7 @@ void FSTRemoveEpsilonsRep::_closure_non_idempotent(_WorkSet& set, _StateOutput s
     int state;
     FSTArcIter arcs;
   };
-  auto epsilon_arcs = [&](int q) { return _fst->arcs_out_with_input(q, 0, FSTArcModeEqual); };
+  auto epsilon_arcs = [&](int q) { return FSTOperandArcsWithInput(*_fst, q, 0, FSTArcModeEqual); };
   std::vector<Frame> stack;
   visit[start.state] = {1, s.zero};
   stack.push_back({start.state, epsilon_arcs(start.state)});
@@ -324,9 +326,9 @@ void FSTRemoveEpsilonsRep::_prune(_WorkSet& set) const {
     r = s.better(r, s.times(w, in.potential(q)));
     // An entry whose state yields no arc here and no final arc contributes nothing more.
     bool no_final_arc = o == 0 || !in.is_final(q);
-    bool no_arcs = in.arcs_out_with_input(q, 1, FSTArcModeGreaterEqual).done();
+    bool no_arcs = FSTOperandArcsWithInput(in, q, 1, FSTArcModeGreaterEqual).done();
     if (no_arcs && !(o == 0 && !_fsa)) {
-      for (FSTArc* a : in.arcs_out_with_input(q, 0, FSTArcModeEqual))
+      for (FSTArc* a : FSTOperandArcsWithInput(in, q, 0, FSTArcModeEqual))
         if (a->output != 0) no_arcs = false;
     }
     if (no_final_arc && no_arcs)
@@ -343,7 +345,7 @@ void FSTRemoveEpsilonsRep::_prune(_WorkSet& set) const {
 
 void FSTRemoveEpsilonsRep::_add_arcs(FSTArcList& list, int p, _StateOutput e, float w) const {
   FSTSemiringBase const& s = *_semiring;
-  for (FSTArc* a : _fst->arcs_out(e.state, FSTArcOrderAny)) {
+  for (FSTArc* a : FSTOperandArcs(*_fst, e.state, FSTArcOrderAny)) {
     int i = a->input, x = a->output;
     if (i == 0 && x == 0) continue;  // part of the closure
     float v = s.times(a->weight, w);

@@ -6,6 +6,7 @@
 #define T2SFST_FSTREMOVEEPSILONS_H
 
 #include "FSTLazy.h"
+#include "FSTOperand.h"
 
 namespace fst_remove_epsilons {
 
@@ -56,8 +57,8 @@ class FSTRemoveEpsilonsRep
   FSTRemoveEpsilonsRep(FSTGeneric const& in, bool fsa, float delta);
   ~FSTRemoveEpsilonsRep() override;
 
-  fst::set<int> const& input_alphabet() const override { return _fst->input_alphabet(); }
-  fst::set<int> const& output_alphabet() const override { return _fst->output_alphabet(); }
+  fst::set<int> const& input_alphabet() const override { return FSTOperandInputAlphabet(*_fst); }
+  fst::set<int> const& output_alphabet() const override { return FSTOperandOutputAlphabet(*_fst); }
   using FSTGenericInt::arcs_out;
   FSTArcIter arcs_out(int p, FSTArcOrder order = FSTArcOrderAny) const override;
   FSTArcIter arcs_out_with_input(int p, int label, FSTArcMode m = FSTArcModeEqual) const override;

@@ -3,6 +3,7 @@
 #include <vector>
 
 #include "FSTBasic.h"
+#include "FSTOperand.h"
 #include "FSTlib.h"
 
 namespace {
@@ -47,7 +48,7 @@ bool depth_first(FSTGenericInt const& m, FSTArcPredicate const* pred, std::vecto
 
 bool sort_from(fst::vector<int>& order, FSTGenericInt const& m, FSTArcPredicate const* pred,
                bool from_initial) {
-  m.force();
+  FSTOperandForce(m);
   int const n = m.states().size();
   std::vector<int> roots;
   if (from_initial) {

@@ -2,6 +2,7 @@
 
 #include <string>
 
+#include "FSTOperand.h"
 #include "FSTStringMap.h"
 
 namespace {
@@ -54,8 +55,10 @@ void FSTUnionRep::_setup_alphabets() {
   _semiring = FSTOperandsSemiring(_fsts, "can't take union of different semirings: %s and %s");
   for (FSTGeneric const& f : _fsts) {
     // Deliberately both sides of each operand go into the input alphabet.
-    _input_alphabet.insert(f->input_alphabet().begin(), f->input_alphabet().end());
-    _input_alphabet.insert(f->output_alphabet().begin(), f->output_alphabet().end());
+    fst::set<int> const& inputs = FSTOperandInputAlphabet(*f);
+    fst::set<int> const& outputs = FSTOperandOutputAlphabet(*f);
+    _input_alphabet.insert(inputs.begin(), inputs.end());
+    _input_alphabet.insert(outputs.begin(), outputs.end());
   }
   _input_alphabet.insert(0);
   _output_alphabet.insert(0);
@@ -99,21 +102,21 @@ FSTArcIter FSTUnionRep::_arcs(
 
 FSTArcIter FSTUnionRep::arcs_out(int p, FSTArcOrder order) const {
   return _arcs(
-      p, order, [order](FSTGenericInt const& f, int s) { return f.arcs_out(s, order); },
+      p, order, [order](FSTGenericInt const& f, int s) { return FSTOperandArcs(f, s, order); },
       [](int, int) { return true; });
 }
 
 FSTArcIter FSTUnionRep::arcs_out_with_input(int p, int label, FSTArcMode m) const {
   return _arcs(
       p, FSTArcOrderAny,
-      [=](FSTGenericInt const& f, int s) { return f.arcs_out_with_input(s, label, m); },
+      [=](FSTGenericInt const& f, int s) { return FSTOperandArcsWithInput(f, s, label, m); },
       [=](int in, int) { return own_arc_matches(in, label, m); });
 }
 
 FSTArcIter FSTUnionRep::arcs_out_with_output(int p, int label, FSTArcMode m) const {
   return _arcs(
       p, FSTArcOrderAny,
-      [=](FSTGenericInt const& f, int s) { return f.arcs_out_with_output(s, label, m); },
+      [=](FSTGenericInt const& f, int s) { return FSTOperandArcsWithOutput(f, s, label, m); },
       [=](int, int out) { return own_arc_matches(out, label, m); });
 }
 
@@ -148,7 +151,7 @@ float FSTUnionRep::potential(int p) const {
 }
 
 void FSTUnionRep::force() const {
-  for (FSTGeneric const& f : _fsts) f->force();
+  for (FSTGeneric const& f : _fsts) FSTOperandForce(*f);
   for (int i = 0; i < _n_fsts; ++i) {
     int n = _fsts[size_t(i)]->states().size();
     for (int s = 0; s < n; ++s) _find_or_add_state({i, s});
