@@ -4,8 +4,8 @@
 #include <iostream>
 #include <map>
 
-#include "FSTStringMap.h"
 #include "FSTLoad.h"
+#include "FSTStringMap.h"
 #include "FSTlib.h"
 
 // ---- primitives ---------------------------------------------------------------------------------
@@ -100,11 +100,13 @@ unsigned int FSTLoadUnsignedInt(std::istream& is) { return load_big_endian<unsig
 float FSTLoadFloat(std::istream& is) { return load_big_endian<float>(is); }
 double FSTLoadDouble(std::istream& is) { return load_big_endian<double>(is); }
 
-void FSTLoadString(std::istream& is, std::string& s) {
-  int length = FSTLoadInt(is);
+namespace {
+
+// The characters and the terminating zero of a string whose length was read; read in pieces, so
+// that a damaged length meets the end of the stream rather than a giant allocation.
+void load_string_body(std::istream& is, int length, std::string& s) {
   s.clear();
   if (!is || length < 0) return;
-  // Read in pieces: a damaged length must meet the end of the stream, not a giant allocation.
   char buffer[4096];
   for (long left = long(length) + 1; left > 0 && is;) {
     std::streamsize n = std::streamsize(left < long(sizeof buffer) ? left : long(sizeof buffer));
@@ -115,17 +117,22 @@ void FSTLoadString(std::istream& is, std::string& s) {
   if (!s.empty()) s.pop_back();  // the terminating zero
 }
 
+}  // namespace
+
+void FSTLoadString(std::istream& is, std::string& s) { load_string_body(is, FSTLoadInt(is), s); }
+
 std::string FSTLoadString(std::istream& is) {
   std::string s;
   FSTLoadString(is, s);
   return s;
 }
 
+// Reads the length once: a pipe cannot go back to read it again.
 char* FSTLoadChars(std::istream& is) {
-  std::streampos start = is.tellg();
-  if (FSTLoadInt(is) == -1) return nullptr;
-  is.seekg(start);
-  std::string s = FSTLoadString(is);
+  int const length = FSTLoadInt(is);
+  if (length == -1) return nullptr;
+  std::string s;
+  load_string_body(is, length, s);
   char* chars = new char[s.size() + 1];
   std::memcpy(chars, s.c_str(), s.size() + 1);
   return chars;
@@ -175,10 +182,10 @@ void FSTGenericInt::dump_binary(std::ostream& os) const {
   os << "#FSTBinary " << _semiring->name << "\n" << std::flush;
   FSTDumpInt(os, 0);
   FSTDumpInt(os, initial());
-  std::vector<int> const inputs = dump_labels(os, input_alphabet());
-  std::vector<int> const outputs = dump_labels(os, output_alphabet());
-  int arcs = 0;
-  for (int p : states()) arcs += arcs_out(p, FSTArcOrderAny).size();
+  fst::set<int> input_labels, output_labels;
+  int const arcs = _arc_labels(input_labels, output_labels, FSTArcOrderAny);
+  std::vector<int> const inputs = dump_labels(os, input_labels);
+  std::vector<int> const outputs = dump_labels(os, output_labels);
   FSTDumpInt(os, arcs);
   // Records go out through a buffer: one stream call per field would dominate.
   std::string buffer;
@@ -229,8 +236,6 @@ void FSTGenericInt::dump_binary(std::ostream& os) const {
 // ---- the reader ---------------------------------------------------------------------------------
 
 namespace {
-
-
 
 uint32_t big_endian_u32(unsigned char const* b) {
   return uint32_t(b[0]) << 24 | uint32_t(b[1]) << 16 | uint32_t(b[2]) << 8 | uint32_t(b[3]);

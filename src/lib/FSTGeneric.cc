@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <fstream>
 #include <iostream>
+#include <vector>
 
 #include "FSTLoad.h"
+#include "FSTOperand.h"
 #include "FSTlib.h"
 
 // ---- arcs and iterators -------------------------------------------------------------------------
@@ -88,7 +90,6 @@ void FSTGenericInt::_unsupported(char const* operation) const {
   FSTFatal("%s::%s not supported", name.c_str(), operation);
 }
 
-
 FSTStateRange FSTGenericInt::states() const { return FSTStateRange(0, &_n_states); }
 int FSTGenericInt::initial() const { return _initial; }
 int FSTGenericInt::n_arcs_out(int) const { return 2147483647; }
@@ -105,6 +106,30 @@ void FSTGenericInt::arcs_out(FSTArcVector& v, int p, FSTArcOrder o) const {
   for (FSTArc* arc : arcs) v.push_back(FSTNewArc(*arc));
 }
 
+int FSTGenericInt::_arc_labels(fst::set<int>& inputs, fst::set<int>& outputs, FSTArcOrder o) const {
+  // Label ids are dense: marks by id, turned into sets at the end.
+  std::vector<char> seen_input, seen_output;
+  auto mark = [](std::vector<char>& seen, int label) {
+    if (label < 0) return;
+    if (size_t(label) >= seen.size()) seen.resize(size_t(label) * 2 + 16, 0);
+    seen[size_t(label)] = 1;
+  };
+  int n_arcs = 0;
+  for (int p : states()) {
+    for (FSTArc* a : FSTOperandArcs(*this, p, o)) {
+      mark(seen_input, a->input);
+      mark(seen_output, a->output);
+      ++n_arcs;
+    }
+  }
+  inputs.clear();
+  outputs.clear();
+  for (size_t i = 0; i < seen_input.size(); ++i)
+    if (seen_input[i]) inputs.insert(inputs.end(), int(i));
+  for (size_t i = 0; i < seen_output.size(); ++i)
+    if (seen_output[i]) outputs.insert(outputs.end(), int(i));
+  return n_arcs;
+}
 
 FSTGeneric FSTGenericInt::reload(bool& changed) {
   if (_reload_mtime == 0) return FSTGeneric(this);

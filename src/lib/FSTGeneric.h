@@ -257,6 +257,11 @@ class FSTGenericInt : public FSTReferenceCounted {
   void dump_dot(char const* file, char const* title) const;
   void dump_dot(std::string const& file, char const* title) const;
 
+  // Walks the arcs of every state (discovering those of a lazy machine), in order o as
+  // FSTOperandArcs gives it, and returns their count with the labels they carry on each side:
+  // what the binary writers list, whatever the machine reports as its alphabets.
+  int _arc_labels(fst::set<int>& inputs, fst::set<int>& outputs, FSTArcOrder o) const;
+
   // Deletes the dead states of a mutable machine (fatal for any other).
   void trim();
   void _dead_states_acyclic(fst::vector<int>& dead, fst::vector<int> const& order) const;

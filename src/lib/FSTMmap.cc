@@ -9,8 +9,9 @@
 #include <fstream>
 #include <istream>
 
-#include "FSTStringMap.h"
 #include "FSTLoad.h"
+#include "FSTOperand.h"
+#include "FSTStringMap.h"
 #include "FSTlib.h"
 
 namespace {
@@ -61,13 +62,13 @@ void FSTGenericInt::dump_mmap(char const* file, FSTArcOrder order) const {
   put(os, int(order));
   put(os, initial());
   // Walking every state first also discovers the states of a lazy machine.
-  int n_arcs = 0;
-  for (int p : states()) n_arcs += arcs_out(p, order).size();
+  fst::set<int> inputs, outputs;
+  int const n_arcs = _arc_labels(inputs, outputs, order);
   int const n = states().size();
   put(os, n_arcs);
   put(os, n);
-  put_labels(os, input_alphabet());
-  put_labels(os, output_alphabet());
+  put_labels(os, inputs);
+  put_labels(os, outputs);
   long long position = static_cast<long long>(os.tellp()) + static_cast<long long>(sizeof(int));
   long long const block = (position + block_alignment - 1) / block_alignment * block_alignment;
   put(os, int(block));
@@ -75,12 +76,15 @@ void FSTGenericInt::dump_mmap(char const* file, FSTArcOrder order) const {
   size_t const mmap_pos = size_t(block);
   std::vector<int> counts;
   for (int p = 0; p < n; ++p) {
-    FSTArcIter arcs = arcs_out(p, order);
+    FSTArcIter arcs = FSTOperandArcs(*this, p, order);
     counts.push_back(arcs.size());
     for (FSTArc* a : arcs) os.write(reinterpret_cast<char const*>(a), sizeof(FSTArc));
   }
   put_zeros(os, ((long long)n_arcs * 20 + 15) / 16 * 16 - (long long)n_arcs * 20);
+  // The assertion's text is its message: its spacing stays as it is.
+  // clang-format off
   FST_ASSERT((size_t)os.tellp() - mmap_pos == ((n_arcs*sizeof(FSTArc) + 15) & ~15));
+  // clang-format on
   int first = 0;
   for (int p = 0; p < n; ++p) {
     put(os, final_weight(p));
@@ -93,7 +97,6 @@ void FSTGenericInt::dump_mmap(char const* file, FSTArcOrder order) const {
 }
 
 namespace {
-
 
 // Reads the header part through the stream; damage stops with a message naming the file.
 class Reader {
@@ -129,7 +132,8 @@ class Reader {
 void read_labels(Reader& in, char const* what, fst::set<int>& labels) {
   int const count = in.integer(what);
   int const longest = in.integer(what);
-  if (count < 0 || (count > 0 && longest < 1)) in.fail("bad sizes of %s (%d, %d)", what, count, longest);
+  if (count < 0 || (count > 0 && longest < 1))
+    in.fail("bad sizes of %s (%d, %d)", what, count, longest);
   for (int i = 0; i < count; ++i) {
     std::string text = in.name(longest, what);
     int stored = in.integer(what);
@@ -175,8 +179,10 @@ FSTMmapRep::FSTMmapRep(std::istream& is, char const* header, char const* file)
   if (state_bytes < 0)  // checked before anything is sized by the arc count
     in.fail("%d arcs need %lld bytes; the file has %lld after the arc block offset", n_arcs,
             arc_bytes, length - block);
-  if (n == 0 || state_bytes == 16LL * n) _record_bytes = 16;
-  else if (state_bytes == 24LL * n) _record_bytes = 24;
+  if (n == 0 || state_bytes == 16LL * n)
+    _record_bytes = 16;
+  else if (state_bytes == 24LL * n)
+    _record_bytes = 24;
   else
     in.fail("%lld bytes after the %d arcs for %d state records of 16 or 24 bytes", state_bytes,
             n_arcs, n);
@@ -190,7 +196,8 @@ FSTMmapRep::FSTMmapRep(std::istream& is, char const* header, char const* file)
   void* mapping = mmap(nullptr, bytes, PROT_READ, MAP_PRIVATE, fd, off_t(block));
   int error = errno;
   ::close(fd);
-  if (mapping == MAP_FAILED) FSTFatal("can't mmap file %s (%s)", _file.c_str(), std::strerror(error));
+  if (mapping == MAP_FAILED)
+    FSTFatal("can't mmap file %s (%s)", _file.c_str(), std::strerror(error));
   _mapping.address = mapping;
   _mapping.bytes = bytes;
   FSTArc* arcs = static_cast<FSTArc*>(mapping);
