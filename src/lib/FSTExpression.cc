@@ -97,7 +97,9 @@ FSTGeneric* FSTExpressionParser::call(std::string const& function, FSTGeneric co
     return false;
   };
   auto whole = [&](size_t i) {
-    if (values[i] == double(int(values[i]))) return true;
+    // Compared before the conversion, which is undefined outside the range of int.
+    double v = values[i];
+    if (v >= -2147483648.0 && v <= 2147483647.0 && v == double(int(v))) return true;
     _messages += "syntax error before " + arguments[i] + "\n";
     return false;
   };

@@ -1,9 +1,12 @@
 #include "FSTLoad.h"
 
+#include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <vector>
 
 #include "FSTBasic.h"
 #include "FSTBinary.h"
@@ -17,8 +20,37 @@ namespace {
 
 using StreamLoader = FSTGeneric (*)(std::istream&, char const* header, char const* file);
 
+// The expression files being read, outermost first: one that names itself, directly or through
+// others, would be read without end.
+std::vector<std::string> expressions_open;
+
+// A file's name as the system resolves it, so that "a", "./a" and a link to it are one file.
+std::string resolved(char const* file) {
+  char path[PATH_MAX];
+  return realpath(file, path) ? std::string(path) : std::string(file);
+}
+
 // The rest of the header line after its word is the expression.
-FSTGeneric load_expression_header(std::istream&, char const* header, char const*) {
+FSTGeneric load_expression_header(std::istream&, char const* header, char const* file) {
+  std::string const self = file ? resolved(file) : std::string();
+  if (!self.empty()) {
+    for (size_t i = 0; i < expressions_open.size(); ++i) {
+      if (expressions_open[i] != self) continue;
+      std::string cycle;
+      for (size_t j = i; j < expressions_open.size(); ++j) cycle += expressions_open[j] + " -> ";
+      FSTFatal("expression file %s refers to itself: %s%s", file, cycle.c_str(), self.c_str());
+    }
+  }
+  // Popped on the way out, also when a stop handler unwinds through here.
+  struct Open {
+    explicit Open(std::string const& name) : pushed(!name.empty()) {
+      if (pushed) expressions_open.push_back(name);
+    }
+    ~Open() {
+      if (pushed) expressions_open.pop_back();
+    }
+    bool pushed;
+  } open(self);
   std::string text = header;
   size_t word = text.find("FSTExpression");
   return FSTExpression(text.substr(word + std::strlen("FSTExpression")));
@@ -47,9 +79,10 @@ struct HeaderReader {
   StreamLoader load;
 };
 HeaderReader const header_readers[] = {
-    {"FSTBasic", load_basic}, {"FSTBinary", load_binary}, {"FSTDynamic", nullptr},
-    {"FSTMmap", FSTLoadMmap}, {"FSTNgram2", load_ngram2},  {"FSTNgram3", load_ngram3},
-    {"FSTRtn", nullptr},      {"FSTExpression", load_expression_header},
+    {"FSTBasic", load_basic},   {"FSTBinary", load_binary},
+    {"FSTDynamic", nullptr},    {"FSTMmap", FSTLoadMmap},
+    {"FSTNgram2", load_ngram2}, {"FSTNgram3", load_ngram3},
+    {"FSTRtn", nullptr},        {"FSTExpression", load_expression_header},
 };
 
 char const* printable(char const* file) { return file ? file : "(null)"; }
@@ -121,10 +154,11 @@ FSTGeneric FSTLoadFile(char const* file) {
 }
 
 FSTGeneric FSTLoad(char const* source) {
+  // Standard input, even where a file named "-" exists.
+  if (!source || !*source || std::strcmp(source, "-") == 0) return dispatch(FSTBinaryCin(), source);
   FSTGeneric result;
   std::string error;
-  if (source && load_expression(source, result, error)) return result;
-  if (!source || !*source || std::strcmp(source, "-") == 0) return dispatch(FSTBinaryCin(), source);
+  if (load_expression(source, result, error)) return result;
   std::ifstream in(source, std::ios::binary);
   if (!in) FSTFatal("can't read file %s or parse as expression\n%s", source, error.c_str());
   return dispatch(in, source);
