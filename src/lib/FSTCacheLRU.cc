@@ -36,8 +36,6 @@ void FSTCacheLRURep::_cache_insert_at_head(_Entry* entry) const {
   _link_at_head(entry);
 }
 
-void FSTCacheLRURep::force() const { _machine->force(); }
-
 void FSTCacheLRURep::reset() const {
   FSTCacheRep::reset();
   _head = _tail = nullptr;

@@ -1,8 +1,8 @@
 // An arc cache that holds at most a given number of states, dropping the least recently used
 // one when it needs room: a hit and an eviction take constant time, memory is bounded by the
 // capacity. An iterator into a state stays valid until that state is evicted: a caller walking one
-// state's arcs must not expand more than capacity - 1 other states meanwhile. force() forces the
-// wrapped machine and caches nothing.
+// state's arcs must not expand more than capacity - 1 other states meanwhile. force() expands every
+// reachable state in id order, as the unbounded cache does, and keeps the last ones expanded.
 #ifndef T2SFST_FSTCACHELRU_H
 #define T2SFST_FSTCACHELRU_H
 
@@ -13,7 +13,6 @@ class FSTCacheLRURep : public FSTCacheRep {
   // size: the most states held, at least 1.
   FSTCacheLRURep(FSTGeneric const& g, int size);
 
-  void force() const override;
   void reset() const override;
 
  protected:
