@@ -25,33 +25,6 @@ RandomMachineOptions Options(FSTSemiringBase const* s, bool acyclic) {
   return o;
 }
 
-// In PlusTimes a path that the filter lets through twice doubles a sum and a lost one lowers
-// it: the result's sum for every pair must be the sum over matching operand paths.
-TEST(Compose, PathSumsMatchTheOperandsInPlusTimes) {
-  std::mt19937 rng(21);
-  for (int round = 0; round < 150; ++round) {
-    FSTGeneric a = RandomMachine(rng, Options(FSTPlusTimes, true));
-    FSTGeneric b = RandomMachine(rng, Options(FSTPlusTimes, true));
-    Language want = Compose(FSTPlusTimes, Enumerate(a, 8), Enumerate(b, 8), 8);
-    FSTGeneric c = FSTCompose(a, b);
-    EXPECT_TRUE(SameLanguage(FSTPlusTimes, Enumerate(FSTBasic(c), 8), want))
-        << Describe(a) << Describe(b);
-    // Arcs asked for by label, or sorted, are the unsorted arcs filtered and sorted.
-    int label = RandomLabel(int(rng() % 2));
-    for (int p = 0; p < c->n_states(); ++p) {
-      FSTArcList in, out;
-      for (FSTArc* x : c->arcs_out(p)) {
-        if (x->input == label) in.add(x->input, x->output, x->weight, x->to, p);
-        if (x->output <= label) out.add(x->input, x->output, x->weight, x->to, p);
-      }
-      EXPECT_EQ(DescribeArcs(c->arcs_out_with_input(p, label)),
-                DescribeArcs(in.iter(FSTArcOrderInput)));
-      EXPECT_EQ(DescribeArcs(c->arcs_out_with_output(p, label, FSTArcModeLessEqual)).size(),
-                DescribeArcs(out.iter(FSTArcOrderOutput)).size());
-    }
-  }
-}
-
 TEST(Compose, BestWeightsInMinPlusOnCyclicOperands) {
   std::mt19937 rng(22);
   for (int round = 0; round < 100; ++round) {

@@ -28,7 +28,8 @@ Language Scale(FSTSemiringBase const* s, Language const& a, float w);
 // strings y of a(x, y) times b(y, z); pairs longer than max_length are left out.
 Language Compose(FSTSemiringBase const* s, Language const& a, Language const& b, size_t max_length);
 
-// Equal keys, weights equal within the tolerance; reports the first difference.
+// Equal keys, weights equal within the tolerance (relative to weights above 1); reports the
+// first difference.
 ::testing::AssertionResult SameLanguage(FSTSemiringBase const* s, Language const& got,
                                         Language const& want, float tolerance = 1e-4f);
 
