@@ -123,6 +123,9 @@ TEST(Backoff, DirectArcsAndChains) {
   EXPECT_EQ(view->arcs_out_with_input(0, 0).size(), 0);
   EXPECT_FLOAT_EQ(view->final_weight(1), 0.5f);
   EXPECT_FLOAT_EQ(view->final_weight(0), 7.25f);  // through 2 and 4
+  // As the second operand of a composition the view is probed, never listed.
+  Language words = Enumerate(FSTCompose(Text("I 0\nT 0 1 a a\nT 0 2 c c\nF 1\nF 2 1\n"), view), 2);
+  EXPECT_TRUE(SameLanguage(FSTMinPlus, words, Language{{{{a}, {a}}, 1.5f}}));
   EXPECT_FLOAT_EQ(inverted->final_weight(0), -7.25f);
   EXPECT_TRUE(view->is_final(2));
   EXPECT_FALSE(view->is_final(3));

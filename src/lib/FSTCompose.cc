@@ -90,8 +90,10 @@ void FSTComposeRep::_arcs_out(int p, int in, int out, FSTArcMode mode, FSTArcOrd
   int const unknown = 2147483647;
   int const n1 = first.n_arcs_out(s1), n2 = second.n_arcs_out(s2);
   bool drive_first;
-  if (_same)
+  if (_same || !FSTOperandListsArcs(second))
     drive_first = true;
+  else if (!FSTOperandListsArcs(first))
+    drive_first = false;
   else if ((n1 == unknown) != (n2 == unknown))
     drive_first = n1 == unknown;
   else if (in >= 0)

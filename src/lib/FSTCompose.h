@@ -20,8 +20,9 @@
 // so every pair of matching operand paths gives exactly one path of the result.
 //
 // Operands are asked through FSTOperand.h, so any machine serves: an inversion view is probed on
-// its other side, and an operand that answers no label query on the side composition probes (a
-// determinized machine) is read through an arc cache, which holds each of its states once asked.
+// its other side, an operand that answers no label query on the side composition probes (a
+// determinized machine) is read through an arc cache, which holds each of its states once asked,
+// and one that lists no arcs (a back-off view) is only probed.
 #ifndef T2SFST_FSTCOMPOSE_H
 #define T2SFST_FSTCOMPOSE_H
 

@@ -2,6 +2,7 @@
 
 #include <typeinfo>
 
+#include "FSTBackoff.h"
 #include "FSTCacheLRU.h"
 #include "FSTDeterminize.h"
 #include "FSTInvert.h"
@@ -110,6 +111,10 @@ fst::set<int> const& FSTOperandOutputAlphabet(FSTGenericInt const& m) { return a
 
 bool FSTOperandProbesInput(FSTGenericInt const& m) { return probes(m, true); }
 bool FSTOperandProbesOutput(FSTGenericInt const& m) { return probes(m, false); }
+
+bool FSTOperandListsArcs(FSTGenericInt const& m) {
+  return typeid(*resolve(m).machine) != typeid(FSTBackoffRep);
+}
 
 void FSTOperandForce(FSTGenericInt const& m) {
   if (typeid(m) != typeid(FSTDeterminizeRep)) return m.force();

@@ -6,7 +6,8 @@
 // - a determinized machine answers no label query and offers no force();
 // - a union matches its own arcs with the two inequality modes mirrored;
 // - a memory-mapped machine answers only in the order it was compiled in;
-// - a recursive network answers no query on output labels.
+// - a recursive network answers no query on output labels;
+// - a back-off view answers only queries for an input label, and lists no arcs;
 // - an LRU cache's arcs may be evicted by the next lookup: these functions copy them.
 // Operations ask their operands through these functions and so take every machine. A question a
 // machine answers natively costs what it costs there plus a type test; one it does not answer
@@ -32,6 +33,8 @@ fst::set<int> const& FSTOperandOutputAlphabet(FSTGenericInt const& m);
 // through a filtered copy of each state's arcs.
 bool FSTOperandProbesInput(FSTGenericInt const& m);
 bool FSTOperandProbesOutput(FSTGenericInt const& m);
+// Whether the machine lists a state's arcs (a back-off view only answers for one input label).
+bool FSTOperandListsArcs(FSTGenericInt const& m);
 // Discovers every reachable state: force() where the machine offers it, else arcs_out of each
 // state in id order.
 void FSTOperandForce(FSTGenericInt const& m);
