@@ -1,6 +1,7 @@
 #include "FSTBackoff.h"
 
 #include "FSTLazy.h"
+#include "FSTOperand.h"
 
 namespace {
 // The name the mode is checked under.
@@ -25,7 +26,7 @@ FSTArcIter FSTBackoffRep::arcs_out_with_input(int p, int label, FSTArcMode mode)
   FST_ASSERT(mode == FSTEqual);
   if (label == 0) return FSTArcIter();
   FSTSemiringBase const& s = *_semiring;
-  FSTArcIter a = _machine->arcs_out_with_input(p, label, FSTEqual);
+  FSTArcIter a = FSTOperandArcsWithInput(*_machine, p, label);
   if (!a.done()) {
     FST_ASSERT(a.n() == 1);
     return _invert ? dynamic(*a, p, s.one) : a;
@@ -33,12 +34,12 @@ FSTArcIter FSTBackoffRep::arcs_out_with_input(int p, int label, FSTArcMode mode)
   float acc = s.one;
   // A loop of back-off arcs would never end: a chain longer than the states has one.
   for (int state = p, steps = 0; steps <= _machine->states().size(); ++steps) {
-    FSTArcIter e = _machine->arcs_out_with_input(state, 0, FSTEqual);
+    FSTArcIter e = FSTOperandArcsWithInput(*_machine, state, 0);
     if (e.done()) return FSTArcIter();
     FST_ASSERT(e.n() == 1);
     acc = s.times(acc, (*e)->weight);
     state = (*e)->to;
-    FSTArcIter a = _machine->arcs_out_with_input(state, label, FSTEqual);
+    FSTArcIter a = FSTOperandArcsWithInput(*_machine, state, label);
     if (!a.done()) {
       FST_ASSERT(a.n() == 1);
       return dynamic(*a, p, acc);
@@ -65,7 +66,7 @@ float FSTBackoffRep::final_weight(int p) const {
       float total = s.times(w, acc);
       return _invert ? s.invert(total) : total;
     }
-    FSTArcIter e = _machine->arcs_out_with_input(state, 0, FSTEqual);
+    FSTArcIter e = FSTOperandArcsWithInput(*_machine, state, 0);
     if (e.done()) break;
     FST_ASSERT(e.n() == 1);
     acc = s.times(acc, (*e)->weight);
@@ -77,7 +78,7 @@ float FSTBackoffRep::final_weight(int p) const {
 bool FSTBackoffRep::is_final(int p) const { return final_weight(p) != _semiring->zero; }
 
 void FSTBackoffRep::force() const {
-  _machine->force();
+  FSTOperandForce(*_machine);
   _n_states = _machine->states().size();
 }
 
