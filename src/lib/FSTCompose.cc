@@ -35,6 +35,10 @@ void FSTComposeRep::_setup() {
   fst::set<int> const& second_inputs = FSTOperandInputAlphabet(*_second);
   fst::set<int> const& first_outputs = FSTOperandOutputAlphabet(*_first);
   _epsilon = second_inputs.count(0) > 0;
+  _drive_first = _same || !FSTOperandListsArcs(*_second);
+  _drive_second = !_drive_first && !FSTOperandListsArcs(*_first);
+  _first_by_output = FSTOperandProbe(*_first, false);
+  _second_by_input = FSTOperandProbe(*_second, true);
   _input_alphabet = FSTOperandInputAlphabet(*_first);
   _output_alphabet = FSTOperandOutputAlphabet(*_second);
   if (_epsilon) _input_alphabet.insert(0);
@@ -76,7 +80,7 @@ void FSTComposeRep::_arcs_out(int p, int in, int out, FSTArcMode mode, FSTArcOrd
   // The second operand alone, unless the first has moved alone since the last match. Only
   // where the second can move alone does a lone move of the first need the filter's mark.
   FSTArcIter second_alone;
-  if (_epsilon) second_alone = FSTOperandArcsWithInput(second, s2, 0);
+  if (_epsilon) second_alone = _second_by_input(second, s2, 0);
   int const after_first_alone = second_alone.done() ? filter_free : filter_first_moved;
   if (filter != filter_first_moved && input_ok(0))
     for (FSTArc* a2 : second_alone)
@@ -90,9 +94,9 @@ void FSTComposeRep::_arcs_out(int p, int in, int out, FSTArcMode mode, FSTArcOrd
   int const unknown = 2147483647;
   int const n1 = first.n_arcs_out(s1), n2 = second.n_arcs_out(s2);
   bool drive_first;
-  if (_same || !FSTOperandListsArcs(second))
+  if (_drive_first)
     drive_first = true;
-  else if (!FSTOperandListsArcs(first))
+  else if (_drive_second)
     drive_first = false;
   else if ((n1 == unknown) != (n2 == unknown))
     drive_first = n1 == unknown;
@@ -115,21 +119,21 @@ void FSTComposeRep::_arcs_out(int p, int in, int out, FSTArcMode mode, FSTArcOrd
         if (output_ok(0)) emit(a1.input, 0, a1.weight, _target(a1.to, after_first_alone, s2));
         continue;
       }
-      for (FSTArc* a2 : FSTOperandArcsWithInput(second, s2, a1.output))
+      for (FSTArc* a2 : _second_by_input(second, s2, a1.output))
         if (output_ok(a2->output))
           emit(a1.input, a2->output, s.times(a1.weight, a2->weight),
                _target(a1.to, filter_free, a2->to));
     }
   } else {
     if (output_ok(0))
-      for (FSTArc* a1 : FSTOperandArcsWithOutput(first, s1, 0)) driving.push_back(*a1);
+      for (FSTArc* a1 : _first_by_output(first, s1, 0)) driving.push_back(*a1);
     for (FSTArc const& a1 : driving)
       if (input_ok(a1.input)) emit(a1.input, 0, a1.weight, _target(a1.to, after_first_alone, s2));
     driving.clear();
     for (FSTArc* a : second.arcs_out(s2, FSTArcOrderAny)) driving.push_back(*a);
     for (FSTArc const& a2 : driving) {
       if (a2.input == 0 || !output_ok(a2.output)) continue;
-      for (FSTArc* a1 : FSTOperandArcsWithOutput(first, s1, a2.input))
+      for (FSTArc* a1 : _first_by_output(first, s1, a2.input))
         if (input_ok(a1->input))
           emit(a1->input, a2.output, s.times(a1->weight, a2.weight),
                _target(a1->to, filter_free, a2.to));

@@ -30,6 +30,7 @@
 #include <utility>
 
 #include "FSTLazy.h"
+#include "FSTOperand.h"
 
 // The composition's view for callers that need the operand states behind a state.
 class FSTComposeInt : public FSTGenericInt {
@@ -103,6 +104,10 @@ class FSTComposeRep
   FSTGeneric _second;  // and of the second
   bool _epsilon;       // the second operand reads epsilon somewhere
   bool _same;          // one machine is both operands: probed on one side only
+  bool _drive_first;   // the second operand lists no arcs: the first always drives
+  bool _drive_second;  // nor does the first
+  FSTOperandProbe _first_by_output;
+  FSTOperandProbe _second_by_input;
   fst::set<int> _input_alphabet;
   fst::set<int> _output_alphabet;
 };

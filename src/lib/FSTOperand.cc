@@ -13,6 +13,13 @@
 
 namespace {
 
+// Whether m is exactly of type T. Each of these types has its key function in this library, so
+// its type_info object is unique and the address decides (a name comparison costs a call).
+template <class T>
+bool is(FSTGenericInt const& m) {
+  return &typeid(m) == &typeid(T);
+}
+
 // The machine at the bottom of a chain of inversion views, and whether the chain swaps.
 struct Resolved {
   FSTGenericInt const* machine;
@@ -21,7 +28,7 @@ struct Resolved {
 
 Resolved resolve(FSTGenericInt const& m) {
   Resolved r{&m, false};
-  while (typeid(*r.machine) == typeid(FSTInvertRep)) {
+  while (is<FSTInvertRep>(*r.machine)) {
     r.machine = static_cast<FSTInvertRep const*>(r.machine)->operand().get();
     r.swapped = !r.swapped;
   }
@@ -30,11 +37,10 @@ Resolved resolve(FSTGenericInt const& m) {
 
 // Whether m answers label queries on one side in mode mode itself.
 bool answers(FSTGenericInt const& m, bool on_input, FSTArcMode mode) {
-  std::type_info const& type = typeid(m);
-  if (type == typeid(FSTDeterminizeRep)) return false;
-  if (type == typeid(FSTUnionRep)) return mode == FSTArcModeEqual;
-  if (type == typeid(FSTRtnRep)) return on_input;
-  if (type == typeid(FSTMmapRep))
+  if (is<FSTDeterminizeRep>(m)) return false;
+  if (is<FSTUnionRep>(m)) return mode == FSTArcModeEqual;
+  if (is<FSTRtnRep>(m)) return on_input;
+  if (is<FSTMmapRep>(m))
     return static_cast<FSTMmapRep const&>(m).compiled_order() ==
            (on_input ? FSTArcOrderInput : FSTArcOrderOutput);
   return true;
@@ -42,7 +48,7 @@ bool answers(FSTGenericInt const& m, bool on_input, FSTArcMode mode) {
 
 // Whether m hands out its arcs in order order.
 bool sorts(FSTGenericInt const& m, FSTArcOrder order) {
-  if (typeid(m) != typeid(FSTMmapRep)) return true;
+  if (!is<FSTMmapRep>(m)) return true;
   FSTArcOrder compiled = static_cast<FSTMmapRep const&>(m).compiled_order();
   return order == FSTArcOrderAny || order == compiled;
 }
@@ -50,7 +56,7 @@ bool sorts(FSTGenericInt const& m, FSTArcOrder order) {
 // An LRU cache hands out its entries, which the next lookups may evict: callers get copies, so
 // that they may ask for other states while they walk these arcs.
 FSTArcIter kept(FSTGenericInt const& m, FSTArcIter arcs, FSTArcOrder order = FSTArcOrderAny) {
-  if (typeid(m) != typeid(FSTCacheLRURep)) return arcs;
+  if (!is<FSTCacheLRURep>(m)) return arcs;
   FSTArcList list;
   for (FSTArc* a : arcs) list.add(a->input, a->output, a->weight, a->to, a->from);
   return list.iter(order);
@@ -60,16 +66,6 @@ FSTArcOrder swap(FSTArcOrder order) {
   return order == FSTArcOrderInput    ? FSTArcOrderOutput
          : order == FSTArcOrderOutput ? FSTArcOrderInput
                                       : order;
-}
-
-FSTArcIter with_label(FSTGenericInt const& m, int p, int label, FSTArcMode mode, bool on_input) {
-  Resolved const r = resolve(m);
-  // Each inversion forwards a query as it is, so the bottom machine filters on this side.
-  bool const bottom_input = on_input != r.swapped;
-  if (!answers(*r.machine, bottom_input, mode))
-    return FSTSelectArcs(m.arcs_out(p, FSTArcOrderAny), label, mode, on_input);
-  return kept(m, bottom_input ? m.arcs_out_with_input(p, label, mode)
-                              : m.arcs_out_with_output(p, label, mode));
 }
 
 bool probes(FSTGenericInt const& m, bool on_input) {
@@ -83,7 +79,7 @@ fst::set<int> const& alphabet(FSTGenericInt const& m, bool on_input) {
   Resolved const r = resolve(m);
   FSTGenericInt const& bottom = *r.machine;
   if (on_input != r.swapped) return bottom.input_alphabet();
-  return typeid(bottom) == typeid(FSTUnionRep) ? bottom.input_alphabet() : bottom.output_alphabet();
+  return is<FSTUnionRep>(bottom) ? bottom.input_alphabet() : bottom.output_alphabet();
 }
 
 }  // namespace
@@ -98,12 +94,30 @@ FSTArcIter FSTOperandArcs(FSTGenericInt const& m, int p, FSTArcOrder order) {
   return list.iter(order);
 }
 
+FSTOperandProbe::FSTOperandProbe(FSTGenericInt const& m, bool on_input, FSTArcMode mode)
+    : _on_input(on_input), _copy(is<FSTCacheLRURep>(m)), _mode(mode) {
+  Resolved const r = resolve(m);
+  // Each inversion forwards a query as it is, so the bottom machine filters on this side.
+  bool const bottom_input = on_input != r.swapped;
+  _way = !answers(*r.machine, bottom_input, mode) ? _Way::filtered
+         : bottom_input                            ? _Way::input
+                                                   : _Way::output;
+}
+
+FSTArcIter FSTOperandProbe::operator()(FSTGenericInt const& m, int p, int label) const {
+  if (_way == _Way::filtered)
+    return FSTSelectArcs(m.arcs_out(p, FSTArcOrderAny), label, _mode, _on_input);
+  FSTArcIter arcs = _way == _Way::input ? m.arcs_out_with_input(p, label, _mode)
+                                        : m.arcs_out_with_output(p, label, _mode);
+  return _copy ? kept(m, arcs) : arcs;
+}
+
 FSTArcIter FSTOperandArcsWithInput(FSTGenericInt const& m, int p, int label, FSTArcMode mode) {
-  return with_label(m, p, label, mode, true);
+  return FSTOperandProbe(m, true, mode)(m, p, label);
 }
 
 FSTArcIter FSTOperandArcsWithOutput(FSTGenericInt const& m, int p, int label, FSTArcMode mode) {
-  return with_label(m, p, label, mode, false);
+  return FSTOperandProbe(m, false, mode)(m, p, label);
 }
 
 fst::set<int> const& FSTOperandInputAlphabet(FSTGenericInt const& m) { return alphabet(m, true); }
@@ -113,10 +127,10 @@ bool FSTOperandProbesInput(FSTGenericInt const& m) { return probes(m, true); }
 bool FSTOperandProbesOutput(FSTGenericInt const& m) { return probes(m, false); }
 
 bool FSTOperandListsArcs(FSTGenericInt const& m) {
-  return typeid(*resolve(m).machine) != typeid(FSTBackoffRep);
+  return !is<FSTBackoffRep>(*resolve(m).machine);
 }
 
 void FSTOperandForce(FSTGenericInt const& m) {
-  if (typeid(m) != typeid(FSTDeterminizeRep)) return m.force();
+  if (!is<FSTDeterminizeRep>(m)) return m.force();
   for (int p = 0; p < m.states().size(); ++p) m.arcs_out(p, FSTArcOrderAny);
 }

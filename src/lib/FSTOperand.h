@@ -29,6 +29,23 @@ FSTArcIter FSTOperandArcsWithOutput(FSTGenericInt const& m, int p, int label,
 // where an arc carries it; they may hold more.
 fst::set<int> const& FSTOperandInputAlphabet(FSTGenericInt const& m);
 fst::set<int> const& FSTOperandOutputAlphabet(FSTGenericInt const& m);
+// How to ask one machine for its arcs by one side's label in one mode, decided once: for
+// operations that probe an operand for every arc they build (decide again after a reload).
+class FSTOperandProbe {
+ public:
+  FSTOperandProbe() = default;
+  FSTOperandProbe(FSTGenericInt const& m, bool on_input, FSTArcMode mode = FSTArcModeEqual);
+  // The arcs of m's state p whose label on the chosen side matches label.
+  FSTArcIter operator()(FSTGenericInt const& m, int p, int label) const;
+
+ private:
+  enum class _Way : char { input, output, filtered };
+  _Way _way = _Way::input;
+  bool _on_input = true;
+  bool _copy = false;  // an LRU cache's arcs
+  FSTArcMode _mode = FSTArcModeEqual;
+};
+
 // Whether the machine answers label queries on its input (output) side itself, rather than
 // through a filtered copy of each state's arcs.
 bool FSTOperandProbesInput(FSTGenericInt const& m);
