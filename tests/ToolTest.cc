@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <unistd.h>
+
+#include <cstdio>
 #include <fstream>
 
 #include "TestUtil.h"
@@ -193,6 +196,41 @@ TEST(Tool, AttInteropWithPeerToolkit) {
   ASSERT_EQ(r.status, 0) << r.err;
   r = RunCommand(tool + " convert --from att --symbols " + syms + " " + back);
   EXPECT_EQ(r.out, RunCommand(tool + " print " + file).out);
+}
+
+}  // namespace
+
+namespace {
+
+// OUT that is not a regular file is written through and stays what it is; a link is followed
+// and its target replaced; a regular file is replaced whole.
+TEST(Tool, SpecialOutputFilesAreWrittenThrough) {
+  std::string dir = WriteTempFile("special", "");
+  std::remove(dir.c_str());
+  ASSERT_EQ(RunCommand("mkdir " + dir + " && mkfifo " + dir + "/fifo").status, 0);
+  std::string const in = WriteTempFile("special/in.fst", "I 0\nT 0 1 a b\nF 1\n");
+  WriteTempFile("special/target.fst", "old\n");
+  ASSERT_EQ(RunCommand("ln -s target.fst " + dir + "/link").status, 0);
+  std::string const type = "stat -c %F ";
+  std::string const invert = tool + " invert " + in + " ";
+
+  CommandResult r = RunCommand("cat " + dir + "/fifo > " + dir + "/fifo.out & " + invert + dir +
+                               "/fifo; wait; " + type + dir + "/fifo; cat " + dir + "/fifo.out");
+  EXPECT_EQ(r.out, "fifo\n#FSTBasic MinPlus\nI 0\nT 0 1 b a\nF 1\n") << r.err;
+  r = RunCommand(invert + dir + "/link && " + type + dir + "/link && cat " + dir + "/target.fst");
+  EXPECT_EQ(r.out, "symbolic link\n#FSTBasic MinPlus\nI 0\nT 0 1 b a\nF 1\n") << r.err;
+  r = RunCommand(invert + "/dev/stdout");
+  EXPECT_EQ(r.out, "#FSTBasic MinPlus\nI 0\nT 0 1 b a\nF 1\n") << r.err;
+  r = RunCommand("ls -a " + dir);
+  EXPECT_EQ(r.out.find(".target"), std::string::npos) << "a temporary file was left: " << r.out;
+
+  if (geteuid() != 0) GTEST_SKIP() << "device nodes need root";
+  ASSERT_EQ(RunCommand("mknod " + dir + "/null c 1 3 && mknod " + dir + "/full c 1 7").status, 0);
+  r = RunCommand(invert + dir + "/null && " + type + dir + "/null");
+  EXPECT_EQ(r.out, "character special file\n") << r.err;
+  r = RunCommand(invert + dir + "/full; echo $?; " + type + dir + "/full");
+  EXPECT_EQ(r.out, "1\ncharacter special file\n");
+  EXPECT_EQ(r.err, "t2sfst invert: cannot write " + dir + "/full: No space left on device\n");
 }
 
 }  // namespace

@@ -3,6 +3,8 @@
 #include "t2s_runtime.h"
 
 #include <cerrno>
+#include <climits>
+#include <cstdlib>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -144,15 +146,46 @@ std::vector<std::string> Arguments::values(std::string const& option) const {
   return found;
 }
 
+namespace {
+
+// Where a link leads, also when its target does not exist yet (then relative to its folder).
+std::string link_target(std::string const& path) {
+  char resolved[PATH_MAX];
+  if (realpath(path.c_str(), resolved)) return resolved;
+  char target[PATH_MAX];
+  ssize_t n = readlink(path.c_str(), target, sizeof target - 1);
+  if (n <= 0) return path;
+  std::string t(target, size_t(n));
+  return t[0] == '/' ? t : folder_of(path) + "/" + t;
+}
+
+}  // namespace
+
 OutputFile::OutputFile(char const* command, std::string const& path)
     : _command(command), _path(path) {
   if (path.empty() || path == "-") return;
-  if (!CanWrite(command, path)) {
-    _ok = false;
-    return;
+  struct stat info;
+  std::string folder;
+  if (stat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode)) {
+    if (access(path.c_str(), W_OK) != 0) {
+      std::fprintf(stderr, "t2sfst %s: cannot write %s: %s\n", command, path.c_str(),
+                   std::strerror(errno));
+      _ok = false;
+      return;
+    }
+    _through = true;
+    char const* tmp = std::getenv("TMPDIR");
+    folder = tmp && *tmp ? tmp : "/tmp";
+  } else {
+    if (lstat(path.c_str(), &info) == 0 && S_ISLNK(info.st_mode)) _path = link_target(path);
+    if (!CanWrite(command, _path)) {
+      _ok = false;
+      return;
+    }
+    folder = folder_of(_path);
   }
-  std::string name = path.substr(path.rfind('/') == std::string::npos ? 0 : path.rfind('/') + 1);
-  std::string pattern = folder_of(path) + "/." + name + ".XXXXXX";
+  std::string name = _path.substr(_path.rfind('/') == std::string::npos ? 0 : _path.rfind('/') + 1);
+  std::string pattern = folder + "/." + name + ".XXXXXX";
   std::vector<char> buffer(pattern.begin(), pattern.end());
   buffer.push_back('\0');
   int fd = mkstemp(buffer.data());
@@ -177,6 +210,22 @@ std::ostream& OutputFile::stream() {
   return *_file;
 }
 
+// Copies the finished output into a path that is not a regular file.
+bool OutputFile::_copy_through() {
+  std::ifstream in(_temp, std::ios::binary);
+  std::ofstream out(_path, std::ios::binary);
+  char buffer[1 << 16];
+  while (in && out) {
+    in.read(buffer, sizeof buffer);
+    out.write(buffer, in.gcount());
+  }
+  out.flush();
+  if (out && !in.bad()) return true;
+  std::fprintf(stderr, "t2sfst %s: cannot write %s: %s\n", _command, _path.c_str(),
+               errno ? std::strerror(errno) : "write failed");
+  return false;
+}
+
 bool OutputFile::commit() {
   if (_temp.empty()) {
     std::cout.flush();
@@ -186,6 +235,14 @@ bool OutputFile::commit() {
   if (_file) {
     _file->close();
     written = !_file->fail();
+  }
+  if (_through) {
+    if (!written) {
+      std::fprintf(stderr, "t2sfst %s: cannot write %s: write failed\n", _command, _path.c_str());
+      return false;
+    }
+    errno = 0;
+    return _copy_through();  // the temporary file goes with the destructor
   }
   // A new file gets the permissions the user's umask gives, not mkstemp's private ones.
   mode_t mask = umask(0);

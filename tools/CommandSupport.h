@@ -39,7 +39,10 @@ bool CanWrite(char const* command, std::string const& path);
 
 // An output that appears at its path only when complete: it is written to a temporary file
 // beside the path and renamed into place by commit(), so an existing file is never lost and a
-// reader never sees half of one. "" and "-" are standard output.
+// reader never sees half of one. "" and "-" are standard output. A symbolic link is followed and
+// its target replaced so. An existing path that is not a regular file (a device, a FIFO,
+// /dev/stdout) is written through: the output goes to a temporary file in $TMPDIR (writers may
+// seek) and commit() copies it into the path, which stays what it is.
 class OutputFile {
  public:
   OutputFile(char const* command, std::string const& path);
@@ -55,9 +58,12 @@ class OutputFile {
 
  private:
   char const* _command;
+  bool _copy_through();
+
   std::string _path, _temp;
   std::ofstream* _file = nullptr;
   bool _ok = true, _committed = false;
+  bool _through = false;  // the path is not a regular file: copied into, never replaced
 };
 
 // Writes m as AT&T text (and its symbol table to symbols_path unless empty); the exit status.
