@@ -88,6 +88,8 @@ HeaderReader const header_readers[] = {
 char const* printable(char const* file) { return file ? file : "(null)"; }
 
 FSTGeneric dispatch(std::istream& is, char const* file) {
+  bool const standard_input = file && (!*file || std::strcmp(file, "-") == 0);
+  FSTReadingPlace place(standard_input ? "standard input" : file);
   long mtime = file && *file ? file_mtime(file) : 0;
   char first;
   if (!(is >> first) || first != '#') {

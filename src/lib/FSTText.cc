@@ -179,6 +179,7 @@ FSTBasicRep::FSTBasicRep(std::istream& is, char const* header) {
   float const scale = FSTHeaderValue(header, "WeightScale=", "WeightScale=%f", 1.0f);
   float const offset = FSTHeaderValue(header, "WeightOffset=", "WeightOffset=%f", 0.0f);
   float const zero = _semiring->zero, one = _semiring->one;
+  long const first_line = *header ? 1 : 0;  // the loader has read the header line
   auto transform = [&](float w) { return w == zero ? w : w * scale + offset; };
   auto grow_to = [&](int p) {
     if (p >= _n_states) add_states(p - _n_states + 1);
@@ -191,6 +192,7 @@ FSTBasicRep::FSTBasicRep(std::istream& is, char const* header) {
   try {
   while (std::getline(is, line)) {
     ++line_number;
+    FSTReadingPlace::at_line(line_number + first_line);
     if (line.compare(0, 8, "FSTBasic") == 0) continue;
     char const* text = line.c_str();
     char const* c = text + 1;

@@ -9,6 +9,19 @@
 namespace {
 
 FSTStopHandler stop_handler = nullptr;
+int catching = 0;
+FSTStop caught_stop;
+std::string reading_file;
+long reading_line = 0;
+
+// Inside FSTCatchStops a stop is recorded and unwinds instead of printing.
+void unwind_if_caught(std::string message) {
+  if (catching == 0) return;
+  caught_stop.message = std::move(message);
+  caught_stop.file = reading_file;
+  caught_stop.line = reading_line;
+  throw fst_stop_detail::Unwind();
+}
 
 [[noreturn]] void stop() {
   if (stop_handler) stop_handler();
@@ -24,6 +37,16 @@ FSTStopHandler FSTSetStopHandler(FSTStopHandler handler) {
 }
 
 void FSTFatal(char const* fmt, va_list args) {
+  if (catching) {
+    va_list copy;
+    va_copy(copy, args);
+    int n = std::vsnprintf(nullptr, 0, fmt, copy);
+    va_end(copy);
+    std::string message(size_t(n > 0 ? n : 0) + 1, '\0');
+    std::vsnprintf(&message[0], message.size(), fmt, args);
+    message.pop_back();
+    unwind_if_caught(message);
+  }
   std::fputs("FATAL: ", stderr);
   std::vfprintf(stderr, fmt, args);
   std::fputc('\n', stderr);
@@ -50,6 +73,25 @@ void FSTWarn(char const* fmt, ...) {
   va_end(args);
 }
 
+namespace fst_stop_detail {
+Catching::Catching() { ++catching; }
+Catching::~Catching() { --catching; }
+FSTStop const& caught() { return caught_stop; }
+}  // namespace fst_stop_detail
+
+FSTReadingPlace::FSTReadingPlace(char const* file)
+    : _previous_file(reading_file), _previous_line(reading_line) {
+  reading_file = file ? file : "";
+  reading_line = 0;
+}
+
+FSTReadingPlace::~FSTReadingPlace() {
+  reading_file = _previous_file;
+  reading_line = _previous_line;
+}
+
+void FSTReadingPlace::at_line(long line) { reading_line = line; }
+
 long file_mtime(char const* path) {
   struct stat info;
   if (stat(path, &info) != 0) return 0;
@@ -57,6 +99,9 @@ long file_mtime(char const* path) {
 }
 
 void FSTAssertFail(char const* expression, char const* file, unsigned line, char const* function) {
+  if (catching)
+    unwind_if_caught(std::string("failed check `") + expression + "' in " + function + " (" +
+                     file + ":" + std::to_string(line) + ")");
   std::fflush(stdout);
   std::fprintf(stderr, "%s: %s:%u: %s: Assertion `%s' failed.\n", program_invocation_short_name,
                file, line, function, expression);

@@ -3,6 +3,7 @@
 #define T2SFST_FSTLIB_H
 
 #include <cstdarg>
+#include <string>
 
 // Prints "FATAL: ", the message and a newline to standard error, flushes and aborts.
 [[noreturn]] void FSTFatal(char const* fmt, ...) __attribute__((format(printf, 1, 2)));
@@ -17,6 +18,40 @@ void FSTWarn(char const* fmt, va_list args);
 // null restores abort(). Returns the previous handler.
 using FSTStopHandler = void (*)();
 FSTStopHandler FSTSetStopHandler(FSTStopHandler handler);
+
+// ---- stops a caller survives ----------------------------------------------------------------
+
+// A stop caught by FSTCatchStops: the message FSTFatal or a failed check would have printed
+// (without "FATAL: "), and where the library was reading: the file ("" when none) and the line
+// (0 when the reader counts none).
+struct FSTStop {
+  std::string message;
+  std::string file;
+  long line = 0;
+};
+
+// Runs body and returns true. Where the library stops inside it (a fatal error or a failed
+// check, on a bad file or a bad argument), nothing is printed and the process goes on: body's
+// frames are unwound, what they were building is not freed, and false is returned with the stop.
+// For hosts and commands that read files they do not trust. Calls may nest; the library stays
+// single-threaded.
+template <class Body>
+bool FSTCatchStops(Body&& body, FSTStop& stop);
+
+// Where the library is reading, for the stops' messages: a loader enters a file for as long as
+// it reads it, and a line-oriented reader reports its line.
+class FSTReadingPlace {
+ public:
+  explicit FSTReadingPlace(char const* file);
+  ~FSTReadingPlace();
+  FSTReadingPlace(FSTReadingPlace const&) = delete;
+  FSTReadingPlace& operator=(FSTReadingPlace const&) = delete;
+  static void at_line(long line);
+
+ private:
+  std::string _previous_file;
+  long _previous_line;
+};
 
 // Modification time of a file in whole seconds since the epoch, or 0 when it cannot be read.
 long file_mtime(char const* path);
@@ -37,5 +72,30 @@ long file_mtime(char const* path);
 #define FST_ASSERT_STATE(p) \
   FST_ASSERT((p) >= 0);     \
   FST_ASSERT((p) < _n_states)
+
+// ---- private: how a caught stop unwinds ----------------------------------------------------------
+
+namespace fst_stop_detail {
+struct Unwind {};
+// While at least one FSTCatchStops runs, a stop records itself and throws Unwind.
+class Catching {
+ public:
+  Catching();
+  ~Catching();
+};
+FSTStop const& caught();
+}  // namespace fst_stop_detail
+
+template <class Body>
+bool FSTCatchStops(Body&& body, FSTStop& stop) {
+  fst_stop_detail::Catching catching;
+  try {
+    body();
+    return true;
+  } catch (fst_stop_detail::Unwind const&) {
+    stop = fst_stop_detail::caught();
+    return false;
+  }
+}
 
 #endif
