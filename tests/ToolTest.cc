@@ -234,3 +234,45 @@ TEST(Tool, SpecialOutputFilesAreWrittenThrough) {
 }
 
 }  // namespace
+
+namespace {
+
+// Bad files and library stops: one line naming the file (and the line where there is one),
+// exit status 1, never an abort.
+TEST(Tool, BadInputGivesOneLineAndStatusOne) {
+  std::string const good = WriteTempFile("good.fst", "I 0\nT 0 1 a b\nF 1\n");
+  std::string const self = WriteTempFile("self.fst", "");
+  std::ofstream(self) << "#FSTExpression " << self << "\n";
+  std::string const binary = WriteTempFile("binary.dat", std::string("\x7f" "ELF\0\0\1", 7));
+  std::string const grammar = WriteTempFile("g.gram", "#JSGF V1.0;\ngrammar g;\npublic <a> = a;\n");
+  std::string const model = WriteTempFile("g.model", "");
+  std::string const mmap = WriteTempFile("g.mmap", "");
+  std::string const cycle = WriteTempFile("cycle.fst", "I 0\nT 0 1 , , -1\nT 1 0 , , -1\nF 1\n");
+  ASSERT_EQ(RunCommand(tool + " make-model " + grammar + " " + model).status, 0);
+  // Label "a" is numbered by the writer but not written: a reader numbers "b" differently.
+  std::string const qa = WriteTempFile("qa.fst", "I 0\nT 0 1 q a\nF 1\n");
+  ASSERT_EQ(RunCommand(tool + " convert --to mmap '" + qa + " @ " + good + "' " + mmap).status, 0);
+  struct Case {
+    std::string command, error;
+  } const cases[] = {
+      {"print " + binary, "t2sfst print: " + binary + " holds binary data without a header, not a machine"},
+      {"printf 'I 0\\nT 0\\n' | " + tool + " print", "t2sfst print: standard input, line 2: usage: T <from> <to> [<input> [<output> [<weight>]]]"},
+      {"print " + self, "t2sfst print: " + self + ": expression file " + self + " refers to itself: " + self + " -> " + self},
+      {"shortestpath " + cycle, "t2sfst shortestpath: " + cycle + ": FSTShortestPath: a cycle through state 0 improves the weight without end"},
+      {"compose " + good + " " + model, "t2sfst compose: " + model + " is a T2S model: print, draw and info read it as a machine, other commands do not"},
+      {"apply " + grammar + " a", "t2sfst apply: " + grammar + " is a JSGF grammar, not a model: build one with t2sfst make-model"},
+      {"apply " + good + " a", "t2sfst apply: " + good + " is a text machine, not a model: build one with t2sfst make-model"},
+      {"apply /nonexistent a", "t2sfst apply: /nonexistent: No such file or directory"},
+  };
+  for (Case const& c : cases) {
+    std::string line = c.command.find('|') == std::string::npos ? tool + " " + c.command : c.command;
+    CommandResult r = RunCommand(line);
+    EXPECT_EQ(r.status, 1) << c.command;
+    EXPECT_EQ(r.err, c.error + "\n") << c.command;
+  }
+  CommandResult r = RunCommand(tool + " info " + mmap);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err.rfind("t2sfst info: " + mmap + ": FSTMmap: label `", 0), 0u) << r.err;
+}
+
+}  // namespace

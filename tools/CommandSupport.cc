@@ -50,7 +50,61 @@ std::string Arguments::value(std::string const& option, std::string const& fallb
   return fallback;
 }
 
+std::string& LastInput() {
+  static std::string last;
+  return last;
+}
+
+void ReportStop(char const* command, FSTStop const& stop) {
+  std::string where = stop.file.empty() ? LastInput() : stop.file;
+  if (!where.empty() && stop.line > 0) where += ", line " + std::to_string(stop.line);
+  if (!where.empty()) where += ": ";
+  std::string message = stop.message;
+  // Messages of the text reader start with a placeholder for the file: the place says it.
+  if (message.compare(0, 6, "file: ") == 0) message.erase(0, 6);
+  if (message.compare(0, 15, "FSTMmap: label ") == 0)
+    message += " (the file needs the label table it was written with: FST_LABELS_FILE=TABLE,"
+               " see convert --to mmap --labels)";
+  std::fprintf(stderr, "t2sfst %s: %s%s\n", command, where.c_str(), message.c_str());
+}
+
+std::string WrongKindOfFile(std::string const& path, bool model) {
+  struct stat info;
+  if (stat(path.c_str(), &info) != 0) return std::string(": ") + std::strerror(errno);
+  if (S_ISDIR(info.st_mode)) return ": it is a directory";
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return std::string(": ") + std::strerror(errno);
+  char head[4096];
+  in.read(head, sizeof head);
+  std::string const start(head, size_t(in.gcount()));
+  auto starts = [&](char const* prefix) { return start.compare(0, std::strlen(prefix), prefix) == 0; };
+  std::string const first_word = start.substr(0, start.find_first_of(" \t\r\n"));
+  if (starts("T2SNGRAM"))
+    return " is a packed n-gram model (written by ngram-pack), which no command reads yet";
+  if (starts("#JSGF"))
+    return model ? " is a JSGF grammar, not a model: build one with t2sfst make-model"
+                 : " is a JSGF grammar, not a machine: compile it with t2sfst compile-grammar";
+  if (model) {
+    if (start.empty()) return " is empty, not a model: build one with t2sfst make-model";
+    if (starts("#FST"))
+      return " is a machine (" + first_word.substr(1) +
+             " format), not a model: build one with t2sfst make-model";
+    bool text = start.find('\0') == std::string::npos;
+    if (text && std::strchr("ITFP", start[0]) && start.size() > 1 && start[1] == ' ')
+      return " is a text machine, not a model: build one with t2sfst make-model";
+    return "";
+  }
+  if (start.empty() || start[0] == '#') return "";
+  if (t2s_model* m = t2s_model_load(path.c_str(), nullptr, 0)) {
+    t2s_model_free(m);
+    return " is a T2S model: print, draw and info read it as a machine, other commands do not";
+  }
+  if (start.find('\0') != std::string::npos) return " holds binary data without a header, not a machine";
+  return "";
+}
+
 FSTGeneric LoadInput(char const* command, std::string const& path) {
+  LastInput() = path.empty() || path == "-" ? "standard input" : path;
   if (!path.empty() && path != "-") {
     struct stat info;
     char const* problem = nullptr;
@@ -69,6 +123,13 @@ FSTGeneric LoadInput(char const* command, std::string const& path) {
       if (!*problem && messages != "can't read file " + path + "\n")
         std::fprintf(stderr, "  (nor parse it as an expression: %s)\n",
                      messages.substr(0, messages.find('\n')).c_str());
+      return FSTGeneric();
+    }
+  }
+  if (!path.empty() && path != "-") {
+    std::string wrong = WrongKindOfFile(path, false);
+    if (!wrong.empty()) {
+      std::fprintf(stderr, "t2sfst %s: %s%s\n", command, path.c_str(), wrong.c_str());
       return FSTGeneric();
     }
   }

@@ -24,6 +24,19 @@ struct Arguments {
   std::vector<std::pair<std::string, std::string>> options;
 };
 
+// The file the command read last (LoadInput, CompileGrammar), named by a stop that happens
+// after the reading, when the library no longer knows which file a machine came from.
+std::string& LastInput();
+
+// One line for a library stop inside a command: "t2sfst COMMAND: FILE[, line N]: message".
+void ReportStop(char const* command, FSTStop const& stop);
+
+// What a file is when it is a common mistake for the kind of file expected (a machine, or with
+// model true a T2S model), as the rest of a sentence that starts with its name: " is a JSGF
+// grammar, not a model: build one with t2sfst make-model", ": it is a directory", ": " and the
+// system's reason when it cannot be read; "" when it may be read as expected.
+std::string WrongKindOfFile(std::string const& path, bool model);
+
 // Loads a machine from a file, or from standard input for "" or "-". A file that cannot be
 // read prints "t2sfst COMMAND: cannot read FILE: reason" and gives a null handle.
 FSTGeneric LoadInput(char const* command, std::string const& path);

@@ -9,6 +9,7 @@
 
 bool CompileGrammar(char const* command, Arguments const& args, std::string const& grammar,
                     FSTJsgfOptions options, FSTGeneric& result) {
+  LastInput() = grammar;
   options.allow_undefined = args.has("--allow-undefined");
   options.search_path = args.values("-I");
   if (args.has("--max-states")) FSTRtnSetMaxStates(std::atoi(args.value("--max-states").c_str()));

@@ -334,10 +334,16 @@ void ForEachInputLine(Handle handle, Done done) {
 int RunApply(int argc, char** argv) {
   Arguments args(argc, argv, {"--rewrite"}, {"--sep"});
   if (!args.ok || args.positional.empty()) return UsageError("apply", "give MODEL [TEXT...]");
+  std::string const& path = args.positional[0];
+  std::string wrong = path == "-" ? "" : WrongKindOfFile(path, true);
+  if (!wrong.empty()) {
+    std::fprintf(stderr, "t2sfst apply: %s%s\n", path.c_str(), wrong.c_str());
+    return 1;
+  }
   char error[256];
-  t2s_model* model = t2s_model_load(args.positional[0].c_str(), error, sizeof error);
+  t2s_model* model = t2s_model_load(path.c_str(), error, sizeof error);
   if (!model) {
-    std::fprintf(stderr, "t2sfst apply: %s\n", error);
+    std::fprintf(stderr, "t2sfst apply: %s: %s\n", path.c_str(), error);
     return 1;
   }
   t2s_decoder* decoder = t2s_decoder_new(model);

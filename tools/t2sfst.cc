@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "CommandSupport.h"
 #include "Commands.h"
 
 namespace {
@@ -154,5 +155,12 @@ int main(int argc, char** argv) {
       print_usage(*c);
       return 0;
     }
-  return c->run(argc - 1, argv + 1);
+  // The library's stops on bad files or arguments become one line and exit status 1.
+  int status = 1;
+  FSTStop stop;
+  if (!FSTCatchStops([&] { status = c->run(argc - 1, argv + 1); }, stop)) {
+    ReportStop(c->name, stop);
+    return 1;
+  }
+  return status;
 }
