@@ -71,7 +71,7 @@ int RunClosure(int argc, char** argv) {
 
 int RunShortestPath(int argc, char** argv) {
   Arguments args(argc, argv, MachineOutputFlags({}), {"-n"});
-  int n = std::atoi(args.value("-n", "1").c_str());
-  if (n < 1) return UsageError("shortestpath", "-n takes a number of paths, at least 1");
+  int n;
+  if (!args.number("-n", 1, 1, 2147483647, n)) return 2;
   return CopyResult("shortestpath", args, [n](FSTGeneric const& m) { return FSTShortestPath(m, n); });
 }

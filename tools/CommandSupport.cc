@@ -3,6 +3,7 @@
 #include "t2s_runtime.h"
 
 #include <cerrno>
+#include <cmath>
 #include <climits>
 #include <cstdlib>
 #include <cstdio>
@@ -14,7 +15,8 @@
 #include <unistd.h>
 
 Arguments::Arguments(int argc, char** argv, std::vector<std::string> const& flags,
-                     std::vector<std::string> const& with_value) {
+                     std::vector<std::string> const& with_value)
+    : command(argc > 0 ? argv[0] : "") {
   auto listed = [](std::vector<std::string> const& list, std::string const& s) {
     for (std::string const& item : list)
       if (item == s) return true;
@@ -36,6 +38,44 @@ Arguments::Arguments(int argc, char** argv, std::vector<std::string> const& flag
       positional.push_back(arg);
     }
   }
+}
+
+bool ParseNumber(std::string const& text, double low, double high, bool integral, double& value) {
+  char* end = nullptr;
+  errno = 0;
+  double v = std::strtod(text.c_str(), &end);
+  if (text.empty() || *end != 0 || errno == ERANGE || std::isnan(v)) return false;
+  if (integral && (std::isinf(v) || v != std::floor(v))) return false;
+  if (v < low || v > high) return false;
+  value = v;
+  return true;
+}
+
+bool Arguments::number(std::string const& option, double fallback, double low, double high,
+                       bool integral, double& value) const {
+  if (!has(option)) {
+    value = fallback;
+    return true;
+  }
+  std::string const text = this->value(option);
+  if (ParseNumber(text, low, high, integral, value)) return true;
+  char bounds[96] = "";
+  if (high >= 1e30)
+    std::snprintf(bounds, sizeof bounds, " from %g", low);
+  else
+    std::snprintf(bounds, sizeof bounds, " from %.10g to %.10g", low, high);
+  std::fprintf(stderr, "t2sfst %s: %s takes %s%s, not '%s' (see 't2sfst help %s')\n",
+               command.c_str(), option.c_str(), integral ? "a whole number" : "a number",
+               low <= -1e30 ? "" : bounds, text.c_str(), command.c_str());
+  return false;
+}
+
+bool Arguments::number(std::string const& option, int fallback, int low, int high,
+                       int& value) const {
+  double v;
+  if (!number(option, double(fallback), double(low), double(high), true, v)) return false;
+  value = int(v);
+  return true;
 }
 
 bool Arguments::has(std::string const& option) const {

@@ -18,11 +18,21 @@ struct Arguments {
   std::string value(std::string const& option, std::string const& fallback = "") const;
   // Every value of an option that may be given more than once, in order.
   std::vector<std::string> values(std::string const& option) const;
+  // A numeric option's value (fallback when absent), checked whole and within [low, high], and
+  // a whole number where integral: false after one line naming the option and what it takes.
+  bool number(std::string const& option, double fallback, double low, double high, bool integral,
+              double& value) const;
+  bool number(std::string const& option, int fallback, int low, int high, int& value) const;
 
+  std::string command;  // the subcommand's name
   bool ok = true;
   std::vector<std::string> positional;
   std::vector<std::pair<std::string, std::string>> options;
 };
+
+// text as a number: all of it (leading blanks aside), finite unless infinite is allowed, and
+// whole where integral, within [low, high].
+bool ParseNumber(std::string const& text, double low, double high, bool integral, double& value);
 
 // The file the command read last (LoadInput, CompileGrammar), named by a stop that happens
 // after the reading, when the library no longer knows which file a machine came from.

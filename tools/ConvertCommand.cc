@@ -3,6 +3,8 @@
 // table beside them. A label with white space is written with the escapes of the text format
 // (a symbol such as new\syork), so it stays one field and comes back byte for byte.
 #include <cctype>
+#include <cerrno>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -71,8 +73,8 @@ FSTSemiringBase const* SemiringNamed(std::string const& name) {
   return nullptr;
 }
 
-int ReadAtt(std::istream& is, std::ostream& os, std::string const& symbols_path, bool acceptor,
-            FSTSemiringBase const* semiring) {
+int ReadAtt(std::istream& is, std::string const& name, std::ostream& os,
+            std::string const& symbols_path, bool acceptor, FSTSemiringBase const* semiring) {
   // With a symbol table, a field is a name in it or else an id of it; without one, a name.
   std::map<std::string, std::string> id_to_name;
   std::map<std::string, bool> names;
@@ -104,27 +106,31 @@ int ReadAtt(std::istream& is, std::ostream& os, std::string const& symbols_path,
     for (std::string word; fields >> word;) f.push_back(word);
     if (f.empty()) continue;
     size_t const arc_fields = acceptor ? 3 : 4;
-    int from = std::atoi(f[0].c_str());
-    if (from < 0 || f.size() > arc_fields + 1) {
-      std::fprintf(stderr, "t2sfst convert: line %d is not an AT&T line: %s\n", line_number,
-                   line.c_str());
+    // A line is "STATE [WEIGHT]" or "FROM TO IN [OUT] [WEIGHT]", every number whole.
+    double from = 0, to = 0, weight = semiring->one;
+    auto state = [](std::string const& field, double& p) {
+      return ParseNumber(field, 0, 2147483646, true, p);
+    };
+    auto weight_in = [&](size_t i) {
+      return i >= f.size() || ParseNumber(f[i], -HUGE_VAL, HUGE_VAL, false, weight);
+    };
+    bool const final_line = f.size() <= 2;
+    bool const ok = state(f[0], from) && f.size() <= arc_fields + 1 &&
+                    (final_line ? weight_in(1)
+                                : f.size() >= arc_fields && state(f[1], to) && weight_in(arc_fields));
+    if (!ok) {
+      std::fprintf(stderr, "t2sfst convert: %s, line %d is not an AT&T line: %s\n", name.c_str(),
+                   line_number, line.c_str());
       return 1;
     }
-    if (m->initial() < 0) m->set_initial(from);
-    if (f.size() <= 2) {
-      m->set_final(from, f.size() == 2 ? float(std::atof(f[1].c_str())) : semiring->one);
+    if (m->initial() < 0) m->set_initial(int(from));
+    if (final_line) {
+      m->set_final(int(from), float(weight));
       continue;
-    }
-    int to = std::atoi(f[1].c_str());
-    if (to < 0 || f.size() < arc_fields) {
-      std::fprintf(stderr, "t2sfst convert: line %d is not an AT&T line: %s\n", line_number,
-                   line.c_str());
-      return 1;
     }
     int in = label(f[2]);
     int out = acceptor ? in : label(f[3]);
-    float w = f.size() > arc_fields ? float(std::atof(f[arc_fields].c_str())) : semiring->one;
-    m->add_arc(from, to, in, out, w);
+    m->add_arc(int(from), int(to), in, out, float(weight));
   }
   m->dump_ascii(os, true);
   return 0;
@@ -180,15 +186,15 @@ int RunConvert(int argc, char** argv) {
     else if (to == "mmap") m->dump_mmap(output.temp_path().c_str(), order);
     else status = WriteAtt(m, output.stream(), args.value("--symbols"));
   } else if (in.empty() || in == "-") {
-    status = ReadAtt(std::cin, output.stream(), args.value("--symbols"), args.has("--acceptor"),
-                     semiring);
+    status = ReadAtt(std::cin, "standard input", output.stream(), args.value("--symbols"),
+                     args.has("--acceptor"), semiring);
   } else {
     std::ifstream in_file(in);
     if (!in_file) {
-      std::fprintf(stderr, "t2sfst convert: cannot read %s\n", in.c_str());
+      std::fprintf(stderr, "t2sfst convert: cannot read %s: %s\n", in.c_str(), std::strerror(errno));
       return 1;
     }
-    status = ReadAtt(in_file, output.stream(), args.value("--symbols"), args.has("--acceptor"),
+    status = ReadAtt(in_file, in, output.stream(), args.value("--symbols"), args.has("--acceptor"),
                      semiring);
   }
   if (status != 0) return status;

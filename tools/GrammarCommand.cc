@@ -12,7 +12,9 @@ bool CompileGrammar(char const* command, Arguments const& args, std::string cons
   LastInput() = grammar;
   options.allow_undefined = args.has("--allow-undefined");
   options.search_path = args.values("-I");
-  if (args.has("--max-states")) FSTRtnSetMaxStates(std::atoi(args.value("--max-states").c_str()));
+  int max_states;
+  if (!args.number("--max-states", 0, 1, 2147483647, max_states)) return false;
+  if (args.has("--max-states")) FSTRtnSetMaxStates(max_states);
   std::string messages;
   bool ok = FSTJsgfCompileFile(result, messages, grammar, options);
   std::cerr << messages;

@@ -1,5 +1,9 @@
 // Shows the process-wide label alphabet: ids of given texts, or the whole table.
+#include <sys/stat.h>
+
+#include <cerrno>
 #include <cstdio>
+#include <fstream>
 #include <cstring>
 
 #include "Commands.h"
@@ -8,6 +12,13 @@
 int RunLabels(int argc, char** argv) {
   int first_text = 1;
   if (argc >= 3 && !std::strcmp(argv[1], "--file")) {
+    std::ifstream readable(argv[2]);
+    struct stat info;
+    if (!readable || stat(argv[2], &info) != 0 || S_ISDIR(info.st_mode)) {
+      std::fprintf(stderr, "t2sfst labels: %s: %s\n", argv[2],
+                   readable ? "it is a directory" : std::strerror(errno));
+      return 1;
+    }
     FSTLabels(argv[2]);
     first_text = 3;
   }

@@ -9,24 +9,33 @@
 
 namespace {
 
-float Delta(Arguments const& args) {
-  return float(std::atof(args.value("--delta", "0.001").c_str()));
+// --delta, a tolerance: a number from 0; false after the message.
+bool Delta(Arguments const& args, float& delta) {
+  double d;
+  if (!args.number("--delta", 0.001, 0, 1e30, false, d)) return false;
+  delta = float(d);
+  return true;
 }
 
 }  // namespace
 
 int RunRmEpsilon(int argc, char** argv) {
   Arguments args(argc, argv, MachineOutputFlags({"--acceptor"}), {"--delta"});
+  float delta;
+  if (!Delta(args, delta)) return 2;
   return CopyResult("rmepsilon", args, [&](FSTGeneric const& m) {
-    return FSTRemoveEpsilons(m, args.has("--acceptor"), Delta(args));
+    return FSTRemoveEpsilons(m, args.has("--acceptor"), delta);
   });
 }
 
 int RunDeterminize(int argc, char** argv) {
   Arguments args(argc, argv, MachineOutputFlags({"--acceptor"}), {"--limit", "--delta"});
-  int limit = std::atoi(args.value("--limit", "1").c_str());
+  int limit;
+  float delta;
+  if (!args.number("--limit", 1, -2147483647 - 1, 2147483647, limit) || !Delta(args, delta))
+    return 2;
   return CopyResult("determinize", args, [&](FSTGeneric const& m) {
-    return FSTDeterminize(m, limit, args.has("--acceptor"), Delta(args), false);
+    return FSTDeterminize(m, limit, args.has("--acceptor"), delta, false);
   });
 }
 
@@ -40,9 +49,12 @@ int RunOptimize(int argc, char** argv) {
                       : pipeline == "2A"    ? Pipeline(FSTOptimize2A)
                                             : nullptr;
   if (!optimize) return UsageError("optimize", "--pipeline is default, 2, A or 2A");
-  int limit = std::atoi(args.value("--limit", "1").c_str());
+  int limit;
+  float delta;
+  if (!args.number("--limit", 1, -2147483647 - 1, 2147483647, limit) || !Delta(args, delta))
+    return 2;
   return CopyResult("optimize", args,
-                    [&](FSTGeneric&& m) { return optimize(std::move(m), limit, Delta(args)); });
+                    [&](FSTGeneric&& m) { return optimize(std::move(m), limit, delta); });
 }
 
 int RunPush(int argc, char** argv) {
@@ -52,8 +64,10 @@ int RunPush(int argc, char** argv) {
 
 int RunMinimize(int argc, char** argv) {
   Arguments args(argc, argv, MachineOutputFlags({}), {"--delta"});
+  float delta;
+  if (!Delta(args, delta)) return 2;
   return CopyResult("minimize", args,
-                    [&](FSTGeneric const& m) { return FSTMinimize(m, Delta(args)); });
+                    [&](FSTGeneric const& m) { return FSTMinimize(m, delta); });
 }
 
 int RunTrim(int argc, char** argv) {
