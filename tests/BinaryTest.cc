@@ -139,10 +139,16 @@ TEST(BinaryFormat, RoundTripsAndDamage) {
   std::ofstream(file, std::ios::binary) << bad_label;
   EXPECT_EXIT(FSTLoadFile(file.c_str()), KilledBySignal(SIGABRT),
               "arc 0 has a label outside the label lists");
+  std::string nul_name = bytes;
+  nul_name.replace(27, 10, std::string("\0\0\0\1\0\0\0\3x\0y\0", 12));  // "x\0y" for "x"
+  std::ofstream(file, std::ios::binary) << nul_name;
+  EXPECT_EXIT(FSTLoadFile(file.c_str()), KilledBySignal(SIGABRT),
+              "a name in the input labels holds a NUL byte");
   std::string huge_count = bytes;
   huge_count[27] = '\x7f';  // two billion input labels
   std::ofstream(file, std::ios::binary) << huge_count;
-  EXPECT_EXIT(FSTLoadFile(file.c_str()), KilledBySignal(SIGABRT), "truncated in the input labels");
+  EXPECT_EXIT(FSTLoadFile(file.c_str()), KilledBySignal(SIGABRT),
+              "(truncated in|a name in) the input labels");
 }
 
 TEST(MmapFormat, RoundTripsLayoutsAndOrders) {

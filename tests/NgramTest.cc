@@ -136,6 +136,8 @@ TEST(Ngram, ArpaErrorsNameTheLine) {
   EXPECT_EQ(error_of("\\data\\\nngram 1=2\nngram 2=0\n\n\\1-grams:\n-1 a\nx b\n"),
             "m.arpa, line 7: expected 1 words between a log10 probability and an optional back-off");
   EXPECT_EQ(error_of("hello\n"), "m.arpa, line 2: no \\data\\ section");
+  EXPECT_EQ(error_of("\\data\\\nngram 1=1\nngram 2=0\n\n\\1-grams:\n-1 a" + std::string(1, '\0') + "b\n"),
+            "m.arpa, line 6: a word holds a NUL byte");
   EXPECT_EQ(error_of("\\data\\\nngram 1=1\nngram 2=0\n\n\\1-grams:\n-1 a\n\n\\2-grams:\n\\end\\\n"), "ok");
 }
 
@@ -225,6 +227,35 @@ TEST(Ngram, PackedFileAndCommands) {
   EXPECT_NE(r.out.find("representation    FSTNgram2"), std::string::npos) << r.err;
   r = RunCommand(tool + " info 'ngram_det(" + model + ")'");
   EXPECT_NE(r.out.find("representation    FSTNgramDeterminize"), std::string::npos) << r.err;
+}
+
+}  // namespace
+
+namespace {
+
+// A pruned model keeps the trigram "a b c" without the bigram "b c": after it the history is
+// "c", and "b c" backs off at no cost.
+TEST(Ngram, PrunedTrigramsBackOffThroughTheLongestHistory) {
+  std::istringstream in(
+      "\\data\\\nngram 1=5\nngram 2=3\nngram 3=2\n\n\\1-grams:\n-1 <s> -0.5\n-1 </s>\n"
+      "-0.7 a -0.2\n-0.8 b -0.3\n-0.9 c -0.1\n\n\\2-grams:\n-0.3 <s> a -0.25\n-0.4 a b -0.15\n"
+      "-0.5 c </s>\n\n\\3-grams:\n-0.2 <s> a b\n-0.1 a b c\n\\end\\\n");
+  FSTGeneric model;
+  std::string error;
+  ASSERT_TRUE(FSTNgramReadArpa(in, "pruned.arpa", model, error)) << error;
+  std::stringstream text;
+  FSTNgramCast(model)->dump_ngram(text);
+  FSTGeneric reloaded = FSTLoadStream(text);
+  ASSERT_NE(FSTNgramCast(reloaded), nullptr);
+  float const ln10 = float(std::log(10.0));
+  for (FSTGeneric const& m : {model, reloaded}) {
+    EXPECT_NEAR(TableCost(*FSTNgramCast(m), "a b c"), 1.1f * ln10, 1e-4);
+    EXPECT_NEAR(WalkCost(FSTBackoff(m, false), "a b c"), 1.1f * ln10, 1e-4);
+    // P(c | b c) backs off to P(c | c), then to P(c) with c's back-off; P(</s> | c c) is c </s>.
+    float const cc = (0.3f + 0.2f + 0.1f + 0.1f + 0.9f + 0.5f) * ln10;
+    EXPECT_NEAR(TableCost(*FSTNgramCast(m), "a b c c"), cc, 1e-4);
+    EXPECT_NEAR(WalkCost(FSTBackoff(m, false), "a b c c"), cc, 1e-4);
+  }
 }
 
 }  // namespace

@@ -254,7 +254,7 @@ TEST(Tool, BadInputGivesOneLineAndStatusOne) {
   } const cases[] = {
       {"print " + binary, "t2sfst print: " + binary + " holds binary data without a header, not a machine"},
       {"printf 'I 0\\nT 0\\n' | " + tool + " print", "t2sfst print: standard input, line 2: usage: T <from> <to> [<input> [<output> [<weight>]]]"},
-      {"print " + self, "t2sfst print: " + self + ": expression file " + self + " refers to itself: " + self + " -> " + self},
+      {"print " + self, "t2sfst print: expression file " + self + " refers to itself: " + self + " -> " + self},
       {"shortestpath " + cycle, "t2sfst shortestpath: " + cycle + ": FSTShortestPath: a cycle through state 0 improves the weight without end"},
       {"compose " + good + " " + model, "t2sfst compose: " + model + " is a T2S model: print, draw and info read it as a machine, other commands do not"},
       {"apply " + grammar + " a", "t2sfst apply: " + grammar + " is a JSGF grammar, not a model: build one with t2sfst make-model"},

@@ -97,6 +97,8 @@ std::string& LastInput() {
 
 void ReportStop(char const* command, FSTStop const& stop) {
   std::string where = stop.file.empty() ? LastInput() : stop.file;
+  // The binary readers' messages name their file already.
+  if (stop.line == 0 && !where.empty() && stop.message.find(where) != std::string::npos) where.clear();
   if (!where.empty() && stop.line > 0) where += ", line " + std::to_string(stop.line);
   if (!where.empty()) where += ": ";
   std::string message = stop.message;

@@ -294,7 +294,10 @@ class Reader {
 std::vector<int> load_labels(Reader& in, char const* what, fst::set<int>& labels) {
   std::vector<int> ids;
   for (int i = 0, n = in.count(what); i < n; ++i) {
-    int id = FSTstring_map[in.text(what)];
+    std::string const name = in.text(what);
+    // A label is a C string everywhere else: a NUL byte would silently shorten it.
+    if (name.find('\0') != std::string::npos) in.fail("a name in %s holds a NUL byte", what);
+    int id = FSTstring_map[name];
     ids.push_back(id);
     labels.insert(id);
   }

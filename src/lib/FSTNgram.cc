@@ -29,6 +29,15 @@ size_t length_of(FSTNgramKey const& key) {
   return n;
 }
 
+// Whether an n-gram's context is in the model: its history always; its suffix for a bigram (a
+// unigram). A pruned model may lack a trigram's suffix bigram: the trigram then leads to the
+// longest history that ends it, and the suffix's back-off weight is one.
+bool linked(FSTNgramTables const& tables, std::vector<int> const& words) {
+  if (words.size() < 2) return true;
+  if (!tables.find({words.begin(), words.end() - 1})) return false;
+  return words.size() > 2 || tables.find({words.begin() + 1, words.end()});
+}
+
 }  // namespace
 
 // ---- tables -------------------------------------------------------------------------------------
@@ -263,9 +272,12 @@ bool FSTNgramReadArpa(std::istream& is, char const* name, FSTGeneric& result, st
       if (f.size() == k + 2 && k == counts.size())
         return fail("an n-gram of the highest order has no back-off weight");
       std::vector<int> words;
-      for (size_t j = 1; j <= k; ++j) words.push_back(FSTstring_map[f[j]]);
-      if (k > 1 && (!tables.find({words.begin(), words.end() - 1}) ||
-                    !tables.find({words.begin() + 1, words.end()})))
+      for (size_t j = 1; j <= k; ++j) {
+        // A label is a C string everywhere else: a NUL byte would silently shorten the word.
+        if (f[j].find('\0') != std::string::npos) return fail("a word holds a NUL byte");
+        words.push_back(FSTstring_map[f[j]]);
+      }
+      if (!linked(tables, words))
         return fail("an n-gram whose history or suffix is not in the model: " + line);
       // log10 -99 is the ARPA convention for "never": keep it as a large finite cost.
       tables.add(words, -logp * ln10 + 0.0f, -backoff * ln10 + 0.0f);  // no -0
@@ -314,8 +326,7 @@ FSTNgramTables FSTNgramReadText(std::istream& is, char const* header, int order)
         fail("expected a cost, the words and an optional back-off cost");
       std::vector<int> words;
       for (int j = 1; j <= k; ++j) words.push_back(FSTstring_map[FSTUnescapeLabel(f[size_t(j)])]);
-      if (k > 1 && (!tables.find({words.begin(), words.end() - 1}) ||
-                    !tables.find({words.begin() + 1, words.end()})))
+      if (!linked(tables, words))
         fail("an n-gram whose history or suffix is not in the model");
       tables.add(words, cost, backoff);
     }
