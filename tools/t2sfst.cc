@@ -1,5 +1,6 @@
 // t2sfst: command-line front end of the toolkit.
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include "CommandSupport.h"
@@ -160,7 +161,10 @@ int main(int argc, char** argv) {
   FSTStop stop;
   if (!FSTCatchStops([&] { status = c->run(argc - 1, argv + 1); }, stop)) {
     ReportStop(c->name, stop);
-    return 1;
+    // What the stop left half-built is not freed; the process ends here, without exit handlers
+    // (the command's own temporary files went as the stop unwound).
+    std::fflush(nullptr);
+    std::_Exit(1);
   }
   return status;
 }
