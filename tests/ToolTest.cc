@@ -260,6 +260,8 @@ TEST(Tool, BadInputGivesOneLineAndStatusOne) {
       {"apply " + grammar + " a", "t2sfst apply: " + grammar + " is a JSGF grammar, not a model: build one with t2sfst make-model"},
       {"apply " + good + " a", "t2sfst apply: " + good + " is a text machine, not a model: build one with t2sfst make-model"},
       {"apply /nonexistent a", "t2sfst apply: /nonexistent: No such file or directory"},
+      {"compile-grammar " + good, "t2sfst compile-grammar: " + good + " is a text machine, not a grammar"},
+      {"make-model " + model + " " + WriteTempFile("g2.model", ""), "t2sfst make-model: " + model + " is a T2S model, not a grammar"},
   };
   for (Case const& c : cases) {
     std::string line = c.command.find('|') == std::string::npos ? tool + " " + c.command : c.command;

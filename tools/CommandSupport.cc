@@ -110,7 +110,7 @@ void ReportStop(char const* command, FSTStop const& stop) {
   std::fprintf(stderr, "t2sfst %s: %s%s\n", command, where.c_str(), message.c_str());
 }
 
-std::string WrongKindOfFile(std::string const& path, bool model) {
+std::string WrongKindOfFile(std::string const& path, FileKind expected) {
   struct stat info;
   if (stat(path.c_str(), &info) != 0) return std::string(": ") + std::strerror(errno);
   if (S_ISDIR(info.st_mode)) return ": it is a directory";
@@ -120,28 +120,40 @@ std::string WrongKindOfFile(std::string const& path, bool model) {
   in.read(head, sizeof head);
   std::string const start(head, size_t(in.gcount()));
   auto starts = [&](char const* prefix) { return start.compare(0, std::strlen(prefix), prefix) == 0; };
-  std::string const first_word = start.substr(0, start.find_first_of(" \t\r\n"));
-  if (starts("T2SNGRAM"))
-    return " is a packed n-gram model (written by ngram-pack), which no command reads yet";
-  if (starts("#JSGF"))
-    return model ? " is a JSGF grammar, not a model: build one with t2sfst make-model"
-                 : " is a JSGF grammar, not a machine: compile it with t2sfst compile-grammar";
-  if (model) {
-    if (start.empty()) return " is empty, not a model: build one with t2sfst make-model";
-    if (starts("#FST"))
-      return " is a machine (" + first_word.substr(1) +
-             " format), not a model: build one with t2sfst make-model";
-    bool text = start.find('\0') == std::string::npos;
-    if (text && std::strchr("ITFP", start[0]) && start.size() > 1 && start[1] == ' ')
-      return " is a text machine, not a model: build one with t2sfst make-model";
-    return "";
+  bool const binary = start.find('\0') != std::string::npos;
+  bool const packed = starts("T2SNGRAM"), grammar = starts("#JSGF"), stored = starts("#FST");
+  bool const text_machine =
+      !binary && start.size() > 1 && std::strchr("ITFP", start[0]) && start[1] == ' ';
+  auto is_model = [&] {
+    t2s_model* m = binary && !packed ? t2s_model_load(path.c_str(), nullptr, 0) : nullptr;
+    if (m) t2s_model_free(m);
+    return m != nullptr;
+  };
+  std::string const machine_kind =
+      stored ? "a machine (" + start.substr(1, start.find_first_of(" \t\r\n") - 1) + " format)"
+             : "a text machine";
+  switch (expected) {
+    case FileKind::machine:
+      if (packed) return " is a packed n-gram model (written by ngram-pack), which no command reads yet";
+      if (grammar) return " is a JSGF grammar, not a machine: compile it with t2sfst compile-grammar";
+      if (is_model())
+        return " is a T2S model: print, draw and info read it as a machine, other commands do not";
+      if (binary && !stored) return " holds binary data without a header, not a machine";
+      return "";
+    case FileKind::model:
+      if (packed) return " is a packed n-gram model (written by ngram-pack), not a T2S model";
+      if (grammar) return " is a JSGF grammar, not a model: build one with t2sfst make-model";
+      if (start.empty()) return " is empty, not a model: build one with t2sfst make-model";
+      if (stored || text_machine)
+        return " is " + machine_kind + ", not a model: build one with t2sfst make-model";
+      return "";
+    case FileKind::grammar:
+      if (packed) return " is a packed n-gram model (written by ngram-pack), not a grammar";
+      if (stored || text_machine) return " is " + machine_kind + ", not a grammar";
+      if (is_model()) return " is a T2S model, not a grammar";
+      if (binary) return " holds binary data, not a grammar";
+      return "";
   }
-  if (start.empty() || start[0] == '#') return "";
-  if (t2s_model* m = t2s_model_load(path.c_str(), nullptr, 0)) {
-    t2s_model_free(m);
-    return " is a T2S model: print, draw and info read it as a machine, other commands do not";
-  }
-  if (start.find('\0') != std::string::npos) return " holds binary data without a header, not a machine";
   return "";
 }
 
@@ -169,7 +181,7 @@ FSTGeneric LoadInput(char const* command, std::string const& path) {
     }
   }
   if (!path.empty() && path != "-") {
-    std::string wrong = WrongKindOfFile(path, false);
+    std::string wrong = WrongKindOfFile(path, FileKind::machine);
     if (!wrong.empty()) {
       std::fprintf(stderr, "t2sfst %s: %s%s\n", command, path.c_str(), wrong.c_str());
       return FSTGeneric();

@@ -41,11 +41,12 @@ std::string& LastInput();
 // One line for a library stop inside a command: "t2sfst COMMAND: FILE[, line N]: message".
 void ReportStop(char const* command, FSTStop const& stop);
 
-// What a file is when it is a common mistake for the kind of file expected (a machine, or with
-// model true a T2S model), as the rest of a sentence that starts with its name: " is a JSGF
-// grammar, not a model: build one with t2sfst make-model", ": it is a directory", ": " and the
-// system's reason when it cannot be read; "" when it may be read as expected.
-std::string WrongKindOfFile(std::string const& path, bool model);
+// What a file is when it is a common mistake for the kind of file expected, as the rest of a
+// sentence that starts with its name (" is a JSGF grammar, not a model: build one with t2sfst
+// make-model", ": it is a directory", ": " and the system's reason when it cannot be read), or
+// "" when it may be read as expected.
+enum class FileKind { machine, model, grammar };
+std::string WrongKindOfFile(std::string const& path, FileKind expected);
 
 // Loads a machine from a file, or from standard input for "" or "-". A file that cannot be
 // read prints "t2sfst COMMAND: cannot read FILE: reason" and gives a null handle.

@@ -15,6 +15,12 @@ bool CompileGrammar(char const* command, Arguments const& args, std::string cons
   int max_states;
   if (!args.number("--max-states", 0, 1, 2147483647, max_states)) return false;
   if (args.has("--max-states")) FSTRtnSetMaxStates(max_states);
+  std::string wrong =
+      grammar.empty() || grammar == "-" ? "" : WrongKindOfFile(grammar, FileKind::grammar);
+  if (!wrong.empty()) {
+    std::fprintf(stderr, "t2sfst %s: %s%s\n", command, grammar.c_str(), wrong.c_str());
+    return false;
+  }
   std::string messages;
   bool ok = FSTJsgfCompileFile(result, messages, grammar, options);
   std::cerr << messages;

@@ -335,7 +335,7 @@ int RunApply(int argc, char** argv) {
   Arguments args(argc, argv, {"--rewrite"}, {"--sep"});
   if (!args.ok || args.positional.empty()) return UsageError("apply", "give MODEL [TEXT...]");
   std::string const& path = args.positional[0];
-  std::string wrong = path == "-" ? "" : WrongKindOfFile(path, true);
+  std::string wrong = path == "-" ? "" : WrongKindOfFile(path, FileKind::model);
   if (!wrong.empty()) {
     std::fprintf(stderr, "t2sfst apply: %s%s\n", path.c_str(), wrong.c_str());
     return 1;
