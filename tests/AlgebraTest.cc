@@ -44,12 +44,6 @@ FSTGeneric Inverse(FSTGeneric const& lazy) {
   return inv;
 }
 
-Language ClosureLanguage(Language const& a, bool plus, size_t bound) {
-  Language power{{{}, s->one}}, sum = plus ? Language() : power;
-  for (size_t k = 0; k <= 2 * bound; ++k) sum = Plus(s, sum, power = Times(s, power, a, bound));
-  return sum;
-}
-
 class Generator {
  public:
   explicit Generator(std::mt19937& rng) : _rng(rng) {}
@@ -88,7 +82,7 @@ class Generator {
         if (a->want(0).count({})) return a;
         bool plus = _rng() % 2;
         return Op(FSTClosure(a->m, plus), unbounded, unbounded, acceptor, "",
-                  [=](size_t n) { return ClosureLanguage(a->want(n), plus, n); });
+                  [=](size_t n) { return Closure(s, a->want(n), plus, n); });
       }
       case 6: {
         NodePtr a = Make(depth - 1, acceptor);

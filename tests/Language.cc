@@ -136,6 +136,14 @@ Language Scale(FSTSemiringBase const* s, Language const& a, float w) {
   return l;
 }
 
+Language Closure(FSTSemiringBase const* s, Language const& a, bool plus, size_t max_length) {
+  // Each factor adds a label to one side at least: 2 * max_length factors reach every pair.
+  Language power = {{{}, s->one}}, result = plus ? Language() : power;
+  for (size_t k = 0; k < 2 * max_length + 1; ++k)
+    result = Plus(s, result, power = Times(s, power, a, max_length));
+  return result;
+}
+
 std::string Show(Language const& l) {
   std::ostringstream os;
   for (auto const& [key, w] : l) {

@@ -24,6 +24,8 @@ Language Enumerate(FSTGeneric const& m, size_t max_length);
 Language Plus(FSTSemiringBase const* s, Language const& a, Language const& b);
 Language Times(FSTSemiringBase const* s, Language const& a, Language const& b, size_t max_length);
 Language Scale(FSTSemiringBase const* s, Language const& a, float w);
+// a* (a+ with plus) up to max_length; a must not hold the pair of empty strings.
+Language Closure(FSTSemiringBase const* s, Language const& a, bool plus, size_t max_length);
 // Pairs (x, z) of a's input and b's output where a writes what b reads: the plus over the middle
 // strings y of a(x, y) times b(y, z); pairs longer than max_length are left out.
 Language Compose(FSTSemiringBase const* s, Language const& a, Language const& b, size_t max_length);
