@@ -125,7 +125,7 @@ std::string WrongKindOfFile(std::string const& path, FileKind expected) {
   bool const text_machine =
       !binary && start.size() > 1 && std::strchr("ITFP", start[0]) && start[1] == ' ';
   auto is_model = [&] {
-    t2s_model* m = binary && !packed ? t2s_model_load(path.c_str(), nullptr, 0) : nullptr;
+    t2s_model* m = binary && !packed && !stored ? t2s_model_load(path.c_str(), nullptr, 0) : nullptr;
     if (m) t2s_model_free(m);
     return m != nullptr;
   };

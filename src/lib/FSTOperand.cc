@@ -55,11 +55,15 @@ bool sorts(FSTGenericInt const& m, FSTArcOrder order) {
 
 // An LRU cache hands out its entries, which the next lookups may evict: callers get copies, so
 // that they may ask for other states while they walk these arcs.
-FSTArcIter kept(FSTGenericInt const& m, FSTArcIter arcs, FSTArcOrder order = FSTArcOrderAny) {
-  if (!is<FSTCacheLRURep>(m)) return arcs;
+// Owned copies of arcs, sorted in order.
+FSTArcIter copied(FSTArcIter const& arcs, FSTArcOrder order) {
   FSTArcList list;
   for (FSTArc* a : arcs) list.add(a->input, a->output, a->weight, a->to, a->from);
   return list.iter(order);
+}
+
+FSTArcIter kept(FSTGenericInt const& m, FSTArcIter arcs) {
+  return is<FSTCacheLRURep>(m) ? copied(arcs, FSTArcOrderAny) : arcs;
 }
 
 FSTArcOrder swap(FSTArcOrder order) {
@@ -88,10 +92,7 @@ FSTArcIter FSTOperandArcs(FSTGenericInt const& m, int p, FSTArcOrder order) {
   Resolved const r = resolve(m);
   FSTArcOrder const asked = r.swapped ? swap(order) : order;
   if (sorts(*r.machine, asked)) return kept(m, m.arcs_out(p, asked));
-  FSTArcList list;
-  for (FSTArc* a : m.arcs_out(p, FSTArcOrderAny))
-    list.add(a->input, a->output, a->weight, a->to, a->from);
-  return list.iter(order);
+  return copied(m.arcs_out(p, FSTArcOrderAny), order);
 }
 
 FSTOperandProbe::FSTOperandProbe(FSTGenericInt const& m, bool on_input, FSTArcMode mode)
