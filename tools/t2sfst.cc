@@ -13,9 +13,10 @@ Command const commands[] = {
      "compile a JSGF grammar (imports from its folder and each -I DIR) into a packed T2S model; "
      "undefined rules and a grammar without a public rule fail",
      RunMakeModel},
-    {"apply", "[--rewrite] [--sep S] MODEL [TEXT...]",
+    {"apply", "[--rewrite] [--sep S] [-j N] MODEL [TEXT...]",
      "one line of outputs for each TEXT (or line of standard input), empty where the model "
-     "does not accept it; --rewrite replaces the longest accepted runs of words in each line",
+     "does not accept it; --rewrite replaces the longest accepted runs of words in each line; "
+     "-j N decodes standard input in N threads (default: the cores available)",
      RunApply},
     {"compile-grammar",
      "GRAMMAR [-o OUT] [--format text|att|dot] [-I DIR]... [--max-states N] [--drop-tags] "

@@ -1,0 +1,136 @@
+#include "T2sApply.h"
+
+#include <cstdio>
+
+void T2sOutputBuffer::Flush() {
+  std::fwrite(data_.data(), 1, size_, stdout);
+  std::fflush(stdout);
+  size_ = 0;
+}
+
+T2sJoinedOutputs::T2sJoinedOutputs(t2s_model const* model, std::string const& separator)
+    : separator_size_(separator.size()) {
+  uint32_t const n = t2s_model_num_strings(model);
+  pieces_.reserve(n);
+  for (uint32_t i = 0; i < n; ++i) {
+    size_t const begin = text_.size();
+    text_ += separator;
+    text_.append(t2s_model_string(model, i), t2s_model_string_length(model, i));
+    pieces_.push_back({begin, text_.size() - begin});
+    longest_ = std::max(longest_, text_.size() - begin);
+  }
+  text_.append(T2sOutputBuffer::kPadding, '\0');
+}
+
+void T2sJoinedOutputs::Append(uint32_t const* outputs, size_t n, T2sOutputBuffer& out) const {
+  if (n * longest_ > (1 << 16)) {  // not worth a room for the longest strings: one at a time
+    for (size_t i = 0; i < n; ++i) {
+      size_t const skip = i ? 0 : separator_size_;
+      out.Append(text_.data() + pieces_[outputs[i]].begin + skip, pieces_[outputs[i]].size - skip);
+    }
+    return;
+  }
+  // The cursor is a local: stores through a char pointer would otherwise make the compiler
+  // reload the buffer's size after each copy.
+  char* const begin = out.Room(n * longest_);
+  char* to = begin;
+  for (size_t i = 0; i < n; ++i) to = CopyPiece(outputs[i], i ? 0 : separator_size_, to);
+  out.Wrote(size_t(to - begin));
+}
+
+bool T2sJoinedOutputs::AppendLines(uint32_t const* outputs, uint8_t const* edges, size_t n,
+                                   T2sOutputBuffer& out) const {
+  if (n * (longest_ + 1) > (1 << 16)) return false;
+  char* const begin = out.Room(n * (longest_ + 1));
+  char* to = begin;
+  for (size_t i = 0; i < n; ++i) {
+    // The separator skipped before a line's first output without a branch to mispredict.
+    to = CopyPiece(outputs[i], separator_size_ & (0 - size_t(edges[i] & 1)), to);
+    *to = '\n';  // kept only after a line's last output: the next piece overwrites it
+    to += edges[i] >> 1;
+  }
+  out.Wrote(size_t(to - begin));
+  return true;
+}
+
+bool T2sLineDecoder::AppendAllFound(uint32_t const* outputs, T2sOutputBuffer& out) {
+  bool all = true;
+  size_t total = 0;
+  for (size_t i = 0; i < n_; ++i) {
+    all &= results_[i].found && results_[i].n_outputs > 0;
+    total += results_[i].n_outputs;
+  }
+  if (!all || total > kBatch * kMostOutputs) return false;
+  std::memset(line_edges_, 0, total);
+  for (size_t i = 0; i < n_; ++i) {
+    line_edges_[results_[i].first_output] |= kFirst;
+    line_edges_[results_[i].first_output + results_[i].n_outputs - 1] |= kLast;
+  }
+  return joined_.AppendLines(outputs, line_edges_, total, out);
+}
+
+void T2sRewriter::Line(T2sText line, T2sOutputBuffer& out) const {
+  auto blank = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
+  char const* p = line.first;
+  char const* end = line.first + line.second;
+  while (p < end && blank(*p)) ++p;
+  while (end > p && blank(end[-1])) --end;
+  size_t const line_start = out.size();
+  auto start_piece = [&out, line_start]() {
+    if (out.size() > line_start) out.Put(' ');
+  };
+  while (p < end) {
+    uint32_t const* outputs;
+    size_t n;
+    size_t const run =
+        t2s_decoder_longest_match(decoder_, p, size_t(end - p), &outputs, &n, nullptr);
+    if (run == 0) {
+      char const* word_end = p;
+      while (word_end < end && !blank(*word_end)) ++word_end;
+      start_piece();
+      out.Append(p, size_t(word_end - p));
+      p = word_end;
+    } else {
+      size_t const before = out.size();
+      start_piece();
+      size_t const piece = out.size();
+      joined_.Append(outputs, n, out);
+      if (out.size() == piece) out.Truncate(before);  // an empty replacement adds no blank
+      p += run;
+    }
+    while (p < end && blank(*p)) ++p;
+  }
+}
+
+T2sLineApplier::T2sLineApplier(t2s_model const* model, T2sJoinedOutputs const& joined,
+                               bool rewrite)
+    : decoder_(t2s_decoder_new(model)),
+      rewrite_(rewrite),
+      decoder_lines_(decoder_, joined),
+      rewriter_(decoder_, joined) {}
+
+T2sLineApplier::~T2sLineApplier() { t2s_decoder_free(decoder_); }
+
+bool T2sLineApplier::Each(T2sText const* lines, size_t n, T2sOutputBuffer& out,
+                          std::vector<size_t>& ends, std::vector<bool>& found) {
+  ends.resize(n);
+  found.assign(n, true);
+  if (rewrite_) {
+    for (size_t i = 0; i < n; ++i) {
+      rewriter_.Line(lines[i], out);
+      ends[i] = out.size();
+    }
+    return true;
+  }
+  for (size_t i = 0; i < n;) {
+    size_t const first = i;
+    while (i < n && !decoder_lines_.Add(lines[i])) ++i;
+    if (i < n) ++i;
+    bool const ok = decoder_lines_.FlushEach(out, [&](size_t k, bool read) {
+      ends[first + k] = out.size();
+      found[first + k] = read;
+    });
+    if (!ok) return false;
+  }
+  return true;
+}
