@@ -1,7 +1,5 @@
-// AT&T text interop, the common text format of WFST toolkits: "src dst in out weight" arc lines
-// and "state [weight]" final lines, the start state's lines first, labels by name with a symbol
-// table beside them. A label with white space is written with the escapes of the text format
-// (a symbol such as new\syork), so it stays one field and comes back byte for byte.
+// Conversions between the formats: AT&T text (written by the library, read here) and the
+// toolkit's own.
 #include <cctype>
 #include <cerrno>
 #include <cmath>
@@ -16,56 +14,19 @@
 #include "CommandSupport.h"
 #include "Commands.h"
 
-namespace {
-
-char const* const epsilon_name = "<eps>";
-
-std::string weight_text(float w) {
-  char buffer[32];
-  std::snprintf(buffer, sizeof buffer, "%.9g", double(w));  // enough digits to read back exactly
-  return buffer;
-}
-
-}  // namespace
-
 int WriteAtt(FSTGeneric const& m, std::ostream& os, std::string const& symbols_path) {
-  float const one = m->semiring()->one;
-  std::map<int, std::string> used{{0, epsilon_name}};
-  auto name = [&](int label) -> std::string const& {
-    auto found = used.find(label);
-    if (found != used.end()) return found->second;
-    return used[label] = FSTEscapeLabel(FSTstring_map[label]);
-  };
-  FSTOperandForce(*m);
-  int const n = m->states().size();
-  int const start = m->initial();
-  // AT&T text names the start state by its first line. A start with no line of its own (no
-  // arcs, not final) means an empty language, which is written as an empty file.
-  std::vector<int> order;
-  if (start >= 0 && (m->is_final(start) || !m->arcs_out(start).done())) {
-    order.push_back(start);
-    for (int s = 0; s < n; ++s)
-      if (s != start) order.push_back(s);
+  if (symbols_path.empty()) {
+    FSTDumpAtt(m, os, nullptr);
+    return 0;
   }
-  for (int s : order) {
-    for (FSTArc* a : m->arcs_out(s)) {
-      os << s << "\t" << a->to << "\t" << name(a->input) << "\t" << name(a->output) << "\t"
-         << weight_text(a->weight) << "\n";
-    }
-    if (m->is_final(s)) {
-      os << s;
-      if (m->final_weight(s) != one) os << "\t" << weight_text(m->final_weight(s));
-      os << "\n";
-    }
-  }
-  if (!symbols_path.empty()) {
-    std::ofstream symbols(symbols_path);
-    for (auto const& [id, text] : used) symbols << text << "\t" << id << "\n";
-  }
+  std::ofstream symbols(symbols_path);
+  FSTDumpAtt(m, os, &symbols);
   return 0;
 }
 
 namespace {
+
+char const* const epsilon_name = "<eps>";
 
 FSTSemiringBase const* SemiringNamed(std::string const& name) {
   for (FSTSemiringBase const* s : {FSTMinPlus, FSTMaxPlus, FSTPlusTimes, FSTPlusTimesLog})

@@ -4,7 +4,6 @@
 #include <fstream>
 #include <iostream>
 #include <sstream>
-#include <unordered_set>
 
 #include "CommandSupport.h"
 #include "Commands.h"
@@ -47,40 +46,22 @@ int RunNgramScore(int argc, char** argv) {
   FSTGeneric holder;
   FSTNgramRep const* model = LoadModel("ngram-score", args.positional[0], holder);
   if (!model) return 1;
-  int const start = FSTstring_map["<s>"], end = FSTstring_map["</s>"];
   int const unknown = model->unknown_word();
-  std::vector<int> vocabulary = model->vocabulary();
-  std::unordered_set<int> known(vocabulary.begin(), vocabulary.end());
   bool all_scored = true;
   size_t line_number = 0;
   // The cost -ln P of "<s> words </s>", with back-off; words outside the vocabulary are the
   // unknown-word token, or make the line's cost infinite.
   auto score = [&](std::string const& line) {
     ++line_number;
-    std::istringstream words(line);
-    std::vector<int> history{start};
-    double total = 0;
-    bool scored = true;
-    for (std::string word; words >> word;) {
-      int id = FSTstring_map[word];
-      if (!known.count(id)) {
-        if (!unknown) {
-          std::fprintf(stderr, "line %zu: word '%s' is not in the vocabulary\n", line_number,
-                       word.c_str());
-          scored = false;
-          break;
-        }
-        id = unknown;
-      }
-      total += model->cost(history, id);
-      history.push_back(id);
-    }
-    if (scored) total += model->cost(history, end);
-    if (!scored || total >= 1e29) {
+    FSTNgramRep::SentenceScore const scored = model->score(line);
+    if (scored.oov && !unknown)
+      std::fprintf(stderr, "line %zu: word '%s' is not in the vocabulary\n", line_number,
+                   scored.first_oov.c_str());
+    if ((scored.oov && !unknown) || scored.cost >= 1e29) {
       std::printf("inf\n");
       all_scored = false;
     } else {
-      std::printf("%.4f\n", total);
+      std::printf("%.4f\n", scored.cost);
     }
   };
   if (args.positional.size() > 1) {

@@ -3,6 +3,7 @@
 #define T2SFST_FST_H
 
 #include "FSTAllocator.h"
+#include "FSTAtt.h"
 #include "FSTBackoff.h"
 #include "FSTBasic.h"
 #include "FSTBinary.h"

@@ -159,6 +159,33 @@ int FSTNgramRep::unknown_word() const {
   return 0;
 }
 
+FSTNgramRep::SentenceScore FSTNgramRep::score(std::string const& sentence) const {
+  static int const start = FSTstring_map["<s>"], end = FSTstring_map["</s>"];
+  int const unknown = unknown_word();
+  SentenceScore result;
+  std::vector<int> history{start};
+  auto add = [&](int word) {
+    result.cost += double(cost(history, word));
+    ++result.words;
+    history.push_back(word);
+  };
+  std::istringstream words(sentence);
+  for (std::string word; words >> word;) {
+    int id = FSTstring_map[word];
+    if (!_tables.find({id}) && !_tables.classed.count(id)) {
+      if (!result.oov++) result.first_oov = word;
+      if (!unknown) {
+        history.clear();
+        continue;
+      }
+      id = unknown;
+    }
+    add(id);
+  }
+  add(end);
+  return result;
+}
+
 void FSTNgramRep::dump_ngram(std::ostream& os) const {
   char buffer[32];
   os << "#" << name << " Version=2\norder " << _tables.order << "\n";
