@@ -2,7 +2,9 @@
 # Installs the Debian packages the build needs; as a non-root user, prints the command instead.
 set -euo pipefail
 
-packages=(cmake g++ make flex libfl-dev bison libgtest-dev libbenchmark-dev pkg-config)
+packages=(cmake g++ make flex libfl-dev bison libgtest-dev libbenchmark-dev pkg-config
+  # the Python module, its tests and the Dask example
+  python3-dev pybind11-dev python3-pybind11 python3-pytest python3-dask python3-distributed)
 # make fuzz also needs clang, whose runtime carries libFuzzer.
 [[ -n "${T2SFST_NEED_CLANG:-}" ]] && packages+=(clang)
 missing=()
