@@ -65,6 +65,7 @@ py::str Text(char const* data, size_t size) {
 }
 py::str Text(std::string const& s) { return Text(s.data(), s.size()); }
 
+
 // ---- machines -----------------------------------------------------------------------------------
 
 FSTSemiringBase const* SemiringNamed(std::string const& name) {
@@ -249,50 +250,94 @@ class Model {
     return Text(out_.data(), out_.size());
   }
 
-  // Many texts, decoded without the interpreter lock in `threads` threads (0: the cores).
-  py::list Many(std::vector<std::string> const& texts, bool rewrite, unsigned threads) {
-    if (threads == 0) threads = std::max(1u, std::thread::hardware_concurrency());
+  // Many texts, decoded without the interpreter lock in `threads` threads (0: the cores). The
+  // texts are read where Python keeps their UTF-8 form; a private list holds them meanwhile.
+  py::list Many(py::handle sequence, bool rewrite, unsigned threads) {
+    py::list const texts = py::reinterpret_steal<py::list>(PySequence_List(sequence.ptr()));
+    if (!texts) throw py::error_already_set();
     size_t const n = texts.size();
+    std::vector<T2sText> lines(n);
+    for (size_t i = 0; i < n; ++i) {
+      Py_ssize_t size;
+      char const* data = PyUnicode_AsUTF8AndSize(PyList_GET_ITEM(texts.ptr(), Py_ssize_t(i)), &size);
+      if (!data) throw py::error_already_set();
+      lines[i] = T2sText(data, size_t(size));
+    }
+    if (threads == 0) threads = std::max(1u, std::thread::hardware_concurrency());
     threads = unsigned(std::min<size_t>(threads, std::max<size_t>(1, n / 64)));
-    struct Part {
-      size_t begin, end;
+    PyObject* const results = PyList_New(Py_ssize_t(n));
+    if (!results) throw py::error_already_set();
+    py::list owned = py::reinterpret_steal<py::list>(results);
+    for (size_t i = 0; i < n; ++i) {  // a list that is complete whatever happens below
+      Py_INCREF(Py_None);
+      PyList_SET_ITEM(results, Py_ssize_t(i), Py_None);
+    }
+    // Each thread decodes a chunk of lines without the lock, then takes it to make their strings:
+    // its buffer stays small, and one thread's strings are made while the others decode.
+    bool failed = false;
+    auto decode = [&](size_t begin, size_t end) {
+      constexpr size_t kChunk = 4096;
+      T2sLineApplier applier(model_, *joined_, rewrite);
       T2sOutputBuffer out;
       std::vector<size_t> ends;
       std::vector<bool> found;
-      bool ok = true;
+      for (size_t first = begin; first < end; first += kChunk) {
+        size_t const last = std::min(end, first + kChunk);
+        out.Truncate(0);
+        bool const ok = applier.ok() && applier.Each(lines.data() + first, last - first, out, ends, found);
+        py::gil_scoped_acquire locked;
+        if (!ok || failed) {
+          failed = true;
+          return;
+        }
+        size_t start = 0;
+        for (size_t i = 0; i < last - first; ++i) {
+          if (found[i]) {
+            PyObject* item = PyUnicode_DecodeUTF8(out.data() + start, Py_ssize_t(ends[i] - start),
+                                                  "surrogateescape");
+            if (!item) {
+              PyErr_Clear();
+              failed = true;
+              return;
+            }
+            PyObject* none = PyList_GET_ITEM(results, Py_ssize_t(first + i));
+            PyList_SET_ITEM(results, Py_ssize_t(first + i), item);
+            Py_DECREF(none);
+          }
+          start = ends[i];
+        }
+      }
     };
-    std::vector<Part> parts(threads);
     {
       py::gil_scoped_release unlocked;
-      auto decode = [&](Part& part) {
-        T2sLineApplier applier(model_, *joined_, rewrite);
-        std::vector<T2sText> lines;
-        for (size_t i = part.begin; i < part.end; ++i)
-          lines.emplace_back(texts[i].data(), texts[i].size());
-        part.ok = applier.ok() &&
-                  applier.Each(lines.data(), lines.size(), part.out, part.ends, part.found);
-      };
       std::vector<std::thread> running;
-      for (unsigned t = 0; t < threads; ++t) {
-        parts[t].begin = n * t / threads;
-        parts[t].end = n * (t + 1) / threads;
-        if (t) running.emplace_back(decode, std::ref(parts[t]));
-      }
-      decode(parts[0]);
+      for (unsigned t = 1; t < threads; ++t)
+        running.emplace_back(decode, n * t / threads, n * (t + 1) / threads);
+      decode(0, n / threads);
       for (auto& thread : running) thread.join();
     }
-    py::list results(n);
-    for (Part const& part : parts) {
-      if (!part.ok) throw std::bad_alloc();
-      size_t start = 0;
-      for (size_t i = 0; i < part.end - part.begin; ++i) {
-        results[part.begin + i] = part.found[i]
-                                      ? py::object(Text(part.out.data() + start, part.ends[i] - start))
-                                      : py::object(py::none());
-        start = part.ends[i];
-      }
+    if (failed) throw std::bad_alloc();
+    return owned;
+  }
+
+  // A text of many lines at once, as the command reads standard input: one output line (with
+  // its newline) for each line, empty for a line the model does not read (whole lines only). No
+  // str object per line is made, and the lock is released meanwhile.
+  py::str Lines(py::str const& text, bool rewrite) {
+    Py_ssize_t size;
+    char const* data = PyUnicode_AsUTF8AndSize(text.ptr(), &size);  // held by text meanwhile
+    if (!data) throw py::error_already_set();
+    T2sOutputBuffer out;
+    bool ok;
+    {
+      py::gil_scoped_release unlocked;
+      std::vector<T2sText> lines;
+      T2sSplitLines(data, size_t(size), lines);
+      T2sLineApplier applier(model_, *joined_, rewrite);
+      ok = applier.ok() && applier.Lines(lines.data(), lines.size(), out, [](size_t) {}) == lines.size();
     }
-    return results;
+    if (!ok) throw std::bad_alloc();
+    return Text(out.data(), out.size());
   }
 
  private:
@@ -458,12 +503,14 @@ PYBIND11_MODULE(_core, module) {
       .def(py::init<std::string const&, std::string const&>())
       .def("apply", [](Model& m, std::string const& text) { return m.One(text, false); })
       .def("rewrite", [](Model& m, std::string const& text) { return m.One(text, true); })
-      .def("apply_many", [](Model& m, std::vector<std::string> const& texts, unsigned threads) {
+      .def("apply_many", [](Model& m, py::handle texts, unsigned threads) {
         return m.Many(texts, false, threads);
       })
-      .def("rewrite_many", [](Model& m, std::vector<std::string> const& texts, unsigned threads) {
+      .def("rewrite_many", [](Model& m, py::handle texts, unsigned threads) {
         return m.Many(texts, true, threads);
       })
+      .def("apply_lines", [](Model& m, py::str const& text) { return m.Lines(text, false); })
+      .def("rewrite_lines", [](Model& m, py::str const& text) { return m.Lines(text, true); })
       .def_property_readonly("num_states", [](Model const& m) { return t2s_model_num_states(m.get()); })
       .def_property_readonly("num_arcs", [](Model const& m) { return t2s_model_num_arcs(m.get()); })
       .def_property_readonly("num_strings", [](Model const& m) { return t2s_model_num_strings(m.get()); });

@@ -14,9 +14,6 @@
 #include <string>
 #include <thread>
 #include <vector>
-#ifdef __SSE2__
-#include <emmintrin.h>
-#endif
 
 #include "CommandSupport.h"
 #include "Commands.h"
@@ -24,39 +21,6 @@
 #include "t2s_runtime.h"
 
 namespace {
-
-// Calls found(position) for each newline in data[0, size), in order. Sixty-four bytes are
-// compared at a time: a line of a few words then costs neither a call nor a loop of its own.
-template <typename Found>
-void ForEachNewline(char const* data, size_t size, Found found) {
-  size_t i = 0;
-#ifdef __SSE2__
-  __m128i const newline = _mm_set1_epi8('\n');
-  auto mask16 = [&](size_t at) {
-    __m128i const bytes = _mm_loadu_si128(reinterpret_cast<__m128i const*>(data + at));
-    return uint64_t(uint32_t(_mm_movemask_epi8(_mm_cmpeq_epi8(bytes, newline))));
-  };
-  for (; i + 64 <= size; i += 64) {
-    uint64_t mask = mask16(i) | mask16(i + 16) << 16 | mask16(i + 32) << 32 | mask16(i + 48) << 48;
-    for (; mask; mask &= mask - 1) found(i + size_t(__builtin_ctzll(mask)));
-  }
-#endif
-  for (char const* nl; (nl = static_cast<char const*>(std::memchr(data + i, '\n', size - i)));) {
-    found(size_t(nl - data));
-    i = size_t(nl - data) + 1;
-  }
-}
-
-// The lines of data[0, size) without their newlines; a last line without one counts too.
-void SplitLines(char const* data, size_t size, std::vector<T2sText>& lines) {
-  lines.clear();
-  size_t start = 0;
-  ForEachNewline(data, size, [&](size_t nl) {
-    lines.emplace_back(data + start, nl - start);
-    start = nl + 1;
-  });
-  if (start < size) lines.emplace_back(data + start, size - start);
-}
 
 // Reads the next block of whole lines of standard input, about kBlock bytes (more when a line is
 // longer), into text; carry holds the start of a line read with the previous block. Returns false
@@ -178,7 +142,7 @@ class BlockQueue {
       if (stop_) return;
       Block& block = *blocks_[claimed_++];
       lock.unlock();
-      SplitLines(block.text.data(), block.text.size(), lines);
+      T2sSplitLines(block.text.data(), block.text.size(), lines);
       if (applier.ok())
         DecodeLines(applier, block, lines);
       else
@@ -205,7 +169,7 @@ bool ApplyToInput(T2sLineApplier& applier) {
   block.first_line = 1;
   bool all_matched = true;
   while (ReadBlock(carry, block.text)) {
-    SplitLines(block.text.data(), block.text.size(), lines);
+    T2sSplitLines(block.text.data(), block.text.size(), lines);
     size_t const done = applier.Lines(lines.data(), lines.size(), block.out, [&](size_t i) {
       block.out.Flush();
       ReportMiss(block.first_line + i);

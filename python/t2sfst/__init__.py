@@ -145,7 +145,8 @@ def make_model(grammar: str, model: str, *, search_path: Sequence[str] = (),
 class Model:
     """A T2S model: ``apply`` reads a whole text (None when the model does not), ``rewrite``
     replaces the longest runs of words it reads. The ``_many`` forms take a list of texts and
-    decode them in ``threads`` threads (0: every core) without holding the interpreter lock."""
+    decode them in ``threads`` threads (0: every core) without holding the interpreter lock; the
+    ``_lines`` forms take a text of many lines and give the command's output for it."""
 
     def __init__(self, path: str, sep: str = " "):
         self.path = os.fspath(path)
@@ -158,10 +159,20 @@ class Model:
         return self._model.rewrite(text)
 
     def apply_many(self, texts: Sequence[str], threads: int = 0) -> List[Optional[str]]:
-        return self._model.apply_many(list(texts), threads)
+        return self._model.apply_many(texts, threads)
 
     def rewrite_many(self, texts: Sequence[str], threads: int = 0) -> List[str]:
-        return self._model.rewrite_many(list(texts), threads)
+        return self._model.rewrite_many(texts, threads)
+
+    def apply_lines(self, text: str) -> str:
+        """A text of many lines, as ``t2sfst apply`` reads it: one output line, with its newline,
+        for each line, empty where the model does not read the line. Faster than apply_many
+        for large texts: no str object is made for a line."""
+        return self._model.apply_lines(text)
+
+    def rewrite_lines(self, text: str) -> str:
+        """A text of many lines rewritten as ``t2sfst apply --rewrite`` rewrites them."""
+        return self._model.rewrite_lines(text)
 
     @property
     def num_states(self) -> int:

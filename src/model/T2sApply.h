@@ -20,6 +20,9 @@
 
 using T2sText = std::pair<char const*, size_t>;
 
+// The lines of data[0, size) without their newlines; a last line without one counts too.
+void T2sSplitLines(char const* data, size_t size, std::vector<T2sText>& lines);
+
 // Output gathered in one block, handed on in large pieces.
 class T2sOutputBuffer {
  public:

@@ -256,12 +256,16 @@ def test_models_apply_as_the_command_does_single_and_batched(time_model):
     lines = random_lines(3000) + ["ten thirty pm", "noon", ""]
     for flag, single, many in (([], model.apply, model.apply_many),
                                (["--rewrite"], model.rewrite, model.rewrite_many)):
-        expected = command("apply", *flag, str(time_model), text="\n".join(lines) + "\n").split("\n")[:-1]
+        output = command("apply", *flag, str(time_model), text="\n".join(lines) + "\n")
+        expected = output.split("\n")[:-1]
+        lines_form = model.rewrite_lines if flag else model.apply_lines
+        assert lines_form("\n".join(lines) + "\n") == output
         singles = [single(line) for line in lines]
         assert [s if s is not None else "" for s in singles] == expected
         for threads in (1, 2, 3, 0):
             assert many(lines, threads) == singles
     assert model.apply("ten thirty pm") == "10 30 p.m."
+    assert model.apply_lines("ten pm\nzz\nten pm") == "10 p.m.\n\n10 p.m.\n"  # the last line too
     assert t2sfst.Model(time_model, sep="+").apply("ten thirty pm") == "10+30+p.m."
     assert model.rewrite("see you at ten thirty p m ünïcode") == "see you at 10 30 p.m. ünïcode"
     # Batches from two Python threads at once, on one model.
