@@ -11,7 +11,11 @@
    weight alone.
 
    A model is refused at load time when it is truncated or inconsistent, has a weight that is
-   not a number, or has a cycle of epsilon arcs through an arc of negative weight. */
+   not a number, or has a cycle of epsilon arcs through an arc of negative weight.
+
+   A loaded model is never written to: decoders of one model may run at once in different
+   threads, each decoder in one thread at a time. Loading and freeing a model, like any call on
+   one decoder, must not overlap with other calls on it. */
 #ifndef T2S_RUNTIME_H
 #define T2S_RUNTIME_H
 
