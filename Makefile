@@ -8,7 +8,7 @@ FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 60
 FUZZ_TARGETS ?= model text jsgf binary mmap expression arpa
 
-.PHONY: all setup build build-asan run test test-release test-asan bench bench-micro install format clean fuzz
+.PHONY: all setup build build-asan run test test-release test-asan bench bench-micro install format clean fuzz readme
 
 all: build
 
@@ -67,6 +67,10 @@ install: build
 
 format:
 	clang-format -i $$(git ls-files '*.h' '*.cc')
+
+# The README's command section is the help pages; this rewrites it after a help text changes.
+readme: build
+	scripts/readme_commands.sh $(BUILD)/tools/t2sfst README.md
 
 clean:
 	rm -rf $(BUILD) $(ASAN_BUILD) $(FUZZ_BUILD)

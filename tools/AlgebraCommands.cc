@@ -29,48 +29,48 @@ int CombineInputs(char const* command, Arguments const& args, size_t at_least, s
 }  // namespace
 
 int RunCompose(int argc, char** argv) {
-  Arguments args(argc, argv, {}, {"-o"});
+  Arguments args(argc, argv);
   return CombineInputs("compose", args, 2, 2, [](fst::vector<FSTGeneric> const& m) {
     return FSTCompose(m[0], m[1]);
   });
 }
 
 int RunUnion(int argc, char** argv) {
-  Arguments args(argc, argv, {}, {"-o"});
+  Arguments args(argc, argv);
   return CombineInputs("union", args, 1, size_t(-1),
                        [](fst::vector<FSTGeneric> const& m) { return FSTUnion(m); });
 }
 
 int RunConcat(int argc, char** argv) {
-  Arguments args(argc, argv, {}, {"-o"});
+  Arguments args(argc, argv);
   return CombineInputs("concat", args, 1, size_t(-1),
                        [](fst::vector<FSTGeneric> const& m) { return FSTConcatenate(m); });
 }
 
 int RunInvert(int argc, char** argv) {
-  Arguments args(argc, argv, MachineOutputFlags({}), {});
+  Arguments args(argc, argv);
   return CopyResult("invert", args, [](FSTGeneric const& m) { return FSTInvert(m); });
 }
 
 int RunProject(int argc, char** argv) {
-  Arguments args(argc, argv, MachineOutputFlags({"--output"}), {});
+  Arguments args(argc, argv);
   FSTArcOrder side = args.has("--output") ? FSTArcOrderOutput : FSTArcOrderInput;
   return CopyResult("project", args, [side](FSTGeneric const& m) { return FSTProject(m, side, side); });
 }
 
 int RunReverse(int argc, char** argv) {
-  Arguments args(argc, argv, MachineOutputFlags({}), {});
+  Arguments args(argc, argv);
   return CopyResult("reverse", args, [](FSTGeneric const& m) { return FSTReverse(m); });
 }
 
 int RunClosure(int argc, char** argv) {
-  Arguments args(argc, argv, MachineOutputFlags({"--plus"}), {});
+  Arguments args(argc, argv);
   bool plus = args.has("--plus");
   return CopyResult("closure", args, [plus](FSTGeneric const& m) { return FSTClosure(m, plus); });
 }
 
 int RunShortestPath(int argc, char** argv) {
-  Arguments args(argc, argv, MachineOutputFlags({}), {"-n"});
+  Arguments args(argc, argv);
   int n;
   if (!args.number("-n", 1, 1, 2147483647, n)) return 2;
   return CopyResult("shortestpath", args, [n](FSTGeneric const& m) { return FSTShortestPath(m, n); });

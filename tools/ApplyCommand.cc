@@ -195,7 +195,7 @@ int AvailableCores() {
 }  // namespace
 
 int RunApply(int argc, char** argv) {
-  Arguments args(argc, argv, {"--rewrite"}, {"--sep", "-j"});
+  Arguments args(argc, argv);
   if (!args.ok || args.positional.empty()) return UsageError("apply", "give MODEL [TEXT...]");
   int jobs;
   if (!args.number("-j", AvailableCores(), 1, 1024, jobs)) return 2;

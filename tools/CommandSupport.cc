@@ -1,4 +1,5 @@
 #include "CommandSupport.h"
+#include "Commands.h"
 
 #include "t2s_runtime.h"
 
@@ -14,28 +15,47 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-Arguments::Arguments(int argc, char** argv, std::vector<std::string> const& flags,
-                     std::vector<std::string> const& with_value)
-    : command(argc > 0 ? argv[0] : "") {
-  auto listed = [](std::vector<std::string> const& list, std::string const& s) {
-    for (std::string const& item : list)
-      if (item == s) return true;
-    return false;
+Arguments::Arguments(int argc, char** argv) : command(argc > 0 ? argv[0] : "") {
+  Command const* c = FindCommand(command.c_str());
+  auto find = [c](std::string const& flag) -> Option const* {
+    if (c)
+      for (Option const& o : c->options)
+        if (flag == o.flag) return &o;
+    return nullptr;
   };
+  auto refuse = [&](std::string const& what) {
+    std::fprintf(stderr, "t2sfst %s: %s (see 't2sfst help %s')\n", command.c_str(), what.c_str(),
+                 command.c_str());
+    ok = false;
+  };
+  bool options_ended = false;
   for (int i = 1; i < argc; ++i) {
     std::string arg = argv[i];
-    if (arg.size() > 1 && arg[0] == '-' && arg != "-") {
-      if (listed(flags, arg)) {
-        options.push_back({arg, ""});
-      } else if (listed(with_value, arg) && i + 1 < argc) {
-        options.push_back({arg, argv[++i]});
-      } else {
-        std::fprintf(stderr, "t2sfst %s: unknown option or missing value: %s\n", argv[0],
-                     arg.c_str());
-        ok = false;
-      }
-    } else {
+    if (options_ended || arg.size() < 2 || arg[0] != '-') {
       positional.push_back(arg);
+      continue;
+    }
+    if (arg == "--") {
+      options_ended = true;
+      continue;
+    }
+    // "--flag=value" for options with a value; a short option takes its value apart.
+    size_t const equals = arg.compare(0, 2, "--") == 0 ? arg.find('=') : std::string::npos;
+    std::string const flag = arg.substr(0, equals);
+    Option const* option = find(flag);
+    if (!option) {
+      refuse("unknown option " + flag);
+    } else if (!option->value) {
+      if (equals != std::string::npos)
+        refuse(flag + " takes no value");
+      else
+        options.push_back({flag, ""});
+    } else if (equals != std::string::npos) {
+      options.push_back({flag, arg.substr(equals + 1)});
+    } else if (i + 1 < argc) {
+      options.push_back({flag, argv[++i]});
+    } else {
+      refuse(flag + " needs a value (" + option->value + ")");
     }
   }
 }

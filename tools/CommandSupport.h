@@ -9,11 +9,12 @@
 
 #include "FST.h"
 
-// Splits argv[1..] into options (with their values) and positional arguments. Options listed in
-// with_value take the next argument; an unknown option prints one line and sets ok to false.
+// Splits argv[1..] into options (with their values) and positional arguments, by the options
+// that the table lists for the command argv[0]. A value follows its option as the next argument
+// or after "=" ("--sep=,"); "--" ends the options. An unknown option, a missing value or a value
+// given to a flag prints one line and sets ok to false.
 struct Arguments {
-  Arguments(int argc, char** argv, std::vector<std::string> const& flags,
-            std::vector<std::string> const& with_value);
+  Arguments(int argc, char** argv);
   bool has(std::string const& option) const;
   std::string value(std::string const& option, std::string const& fallback = "") const;
   // Every value of an option that may be given more than once, in order.
@@ -100,12 +101,6 @@ bool CompileGrammar(char const* command, Arguments const& args, std::string cons
 
 // Exit status for wrong usage, after printing the command's usage line.
 int UsageError(char const* command, char const* message);
-
-// A machine-writing command's flags, with --binary (write the binary format instead of text).
-inline std::vector<std::string> MachineOutputFlags(std::vector<std::string> flags) {
-  flags.push_back("--binary");
-  return flags;
-}
 
 // Loads IN, applies make to it, writes the stored result to OUT (standard output by default),
 // as text or, with --binary, in the binary format. make gets the only handle on the input (as

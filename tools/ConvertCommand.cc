@@ -118,8 +118,7 @@ bool WriteLabels(std::string const& path) {
 }  // namespace
 
 int RunConvert(int argc, char** argv) {
-  Arguments args(argc, argv, {"--acceptor"},
-                 {"--to", "--from", "--symbols", "--semiring", "--order", "--labels"});
+  Arguments args(argc, argv);
   std::string const to = args.value("--to"), from = args.value("--from");
   bool const to_att = to == "att", from_att = from == "att";
   bool const to_stored = to == "binary" || to == "mmap";

@@ -29,10 +29,7 @@ bool CompileGrammar(char const* command, Arguments const& args, std::string cons
 }
 
 int RunCompileGrammar(int argc, char** argv) {
-  Arguments args(argc, argv,
-                 {"--drop-tags", "--no-output", "--mark-rules", "--pauses", "--allow-undefined",
-                  "--no-optimize"},
-                 {"-o", "--format", "-I", "--max-states"});
+  Arguments args(argc, argv);
   std::string format = args.value("--format", "text");
   if (!args.ok || args.positional.size() != 1 ||
       (format != "text" && format != "att" && format != "dot"))

@@ -101,7 +101,7 @@ char const* yes_no(bool b) { return b ? "yes" : "no"; }
 }  // namespace
 
 int RunInfo(int argc, char** argv) {
-  Arguments args(argc, argv, {}, {});
+  Arguments args(argc, argv);
   if (!args.ok || args.positional.size() > 1) return UsageError("info", "wrong arguments");
   FSTGeneric m = LoadInputOrModel("info", args.positional.empty() ? "" : args.positional[0]);
   if (!m) return 1;

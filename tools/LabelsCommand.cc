@@ -6,27 +6,29 @@
 #include <fstream>
 #include <cstring>
 
+#include "CommandSupport.h"
 #include "Commands.h"
-#include "FST.h"
 
 int RunLabels(int argc, char** argv) {
-  int first_text = 1;
-  if (argc >= 3 && !std::strcmp(argv[1], "--file")) {
-    std::ifstream readable(argv[2]);
+  Arguments args(argc, argv);
+  if (!args.ok) return UsageError("labels", "wrong arguments");
+  if (args.has("--file")) {
+    std::string const file = args.value("--file");
+    std::ifstream readable(file);
     struct stat info;
-    if (!readable || stat(argv[2], &info) != 0 || S_ISDIR(info.st_mode)) {
-      std::fprintf(stderr, "t2sfst labels: %s: %s\n", argv[2],
+    if (!readable || stat(file.c_str(), &info) != 0 || S_ISDIR(info.st_mode)) {
+      std::fprintf(stderr, "t2sfst labels: %s: %s\n", file.c_str(),
                    readable ? "it is a directory" : std::strerror(errno));
       return 1;
     }
-    FSTLabels(argv[2]);
-    first_text = 3;
+    FSTLabels(file.c_str());
   }
-  if (first_text >= argc) {
+  if (args.positional.empty()) {
     for (int id = 0; id < FSTstring_map.size(); ++id)
       std::printf("%d\t%s\n", id, FSTstring_map[id]);
     return 0;
   }
-  for (int i = first_text; i < argc; ++i) std::printf("%d\t%s\n", FSTstring_map[argv[i]], argv[i]);
+  for (std::string const& text : args.positional)
+    std::printf("%d\t%s\n", FSTstring_map[text.c_str()], text.c_str());
   return 0;
 }

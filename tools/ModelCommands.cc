@@ -15,7 +15,7 @@
 #include "t2s_runtime.h"
 
 int RunMakeModel(int argc, char** argv) {
-  Arguments args(argc, argv, {"--allow-undefined"}, {"-I", "--max-states"});
+  Arguments args(argc, argv);
   if (!args.ok || args.positional.size() != 2)
     return UsageError("make-model", "give GRAMMAR MODEL");
   std::string const& grammar = args.positional[0];

@@ -9,7 +9,7 @@
 #include "Commands.h"
 
 int RunNgramCompile(int argc, char** argv) {
-  Arguments args(argc, argv, {}, {});
+  Arguments args(argc, argv);
   if (!args.ok || args.positional.size() != 2) return UsageError("ngram-compile", "give ARPA OUT");
   std::ifstream in(args.positional[0]);
   if (!in) {
@@ -41,7 +41,7 @@ FSTNgramRep const* LoadModel(char const* command, std::string const& path, FSTGe
 }  // namespace
 
 int RunNgramScore(int argc, char** argv) {
-  Arguments args(argc, argv, {}, {});
+  Arguments args(argc, argv);
   if (!args.ok || args.positional.empty()) return UsageError("ngram-score", "give MODEL [TEXT...]");
   FSTGeneric holder;
   FSTNgramRep const* model = LoadModel("ngram-score", args.positional[0], holder);
@@ -73,7 +73,7 @@ int RunNgramScore(int argc, char** argv) {
 }
 
 int RunNgramPack(int argc, char** argv) {
-  Arguments args(argc, argv, {}, {});
+  Arguments args(argc, argv);
   if (!args.ok || args.positional.size() != 2 || args.positional[1] == "-")
     return UsageError("ngram-pack", "give MODEL OUT");
   FSTGeneric holder;

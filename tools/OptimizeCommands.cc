@@ -20,7 +20,7 @@ bool Delta(Arguments const& args, float& delta) {
 }  // namespace
 
 int RunRmEpsilon(int argc, char** argv) {
-  Arguments args(argc, argv, MachineOutputFlags({"--acceptor"}), {"--delta"});
+  Arguments args(argc, argv);
   float delta;
   if (!Delta(args, delta)) return 2;
   return CopyResult("rmepsilon", args, [&](FSTGeneric const& m) {
@@ -29,7 +29,7 @@ int RunRmEpsilon(int argc, char** argv) {
 }
 
 int RunDeterminize(int argc, char** argv) {
-  Arguments args(argc, argv, MachineOutputFlags({"--acceptor"}), {"--limit", "--delta"});
+  Arguments args(argc, argv);
   int limit;
   float delta;
   if (!args.number("--limit", 1, -2147483647 - 1, 2147483647, limit) || !Delta(args, delta))
@@ -40,7 +40,7 @@ int RunDeterminize(int argc, char** argv) {
 }
 
 int RunOptimize(int argc, char** argv) {
-  Arguments args(argc, argv, MachineOutputFlags({}), {"--pipeline", "--limit", "--delta"});
+  Arguments args(argc, argv);
   std::string pipeline = args.value("--pipeline", "default");
   using Pipeline = FSTGeneric (*)(FSTGeneric&&, int, float);
   Pipeline optimize = pipeline == "default" ? Pipeline(FSTOptimize)
@@ -58,12 +58,12 @@ int RunOptimize(int argc, char** argv) {
 }
 
 int RunPush(int argc, char** argv) {
-  Arguments args(argc, argv, MachineOutputFlags({}), {});
+  Arguments args(argc, argv);
   return CopyResult("push", args, [](FSTGeneric const& m) { return FSTPushWeights(m); });
 }
 
 int RunMinimize(int argc, char** argv) {
-  Arguments args(argc, argv, MachineOutputFlags({}), {"--delta"});
+  Arguments args(argc, argv);
   float delta;
   if (!Delta(args, delta)) return 2;
   return CopyResult("minimize", args,
@@ -71,12 +71,12 @@ int RunMinimize(int argc, char** argv) {
 }
 
 int RunTrim(int argc, char** argv) {
-  Arguments args(argc, argv, MachineOutputFlags({}), {});
+  Arguments args(argc, argv);
   return CopyResult("trim", args, [](FSTGeneric const& m) { return FSTTrim(m); });
 }
 
 int RunTopsort(int argc, char** argv) {
-  Arguments args(argc, argv, MachineOutputFlags({}), {});
+  Arguments args(argc, argv);
   return CopyResult("topsort", args, [](FSTGeneric const& m) {
     FSTGeneric sorted = FSTTopologicalSort(m);
     if (sorted->states().size() == 0 && m->states().size() > 0)

@@ -9,7 +9,7 @@
 #include "Commands.h"
 
 int RunPrint(int argc, char** argv) {
-  Arguments args(argc, argv, {"--no-header"}, {});
+  Arguments args(argc, argv);
   if (!args.ok || args.positional.size() > 1) return UsageError("print", "wrong arguments");
   FSTGeneric m = LoadInputOrModel("print", args.positional.empty() ? "" : args.positional[0]);
   if (!m) return 1;
@@ -19,7 +19,7 @@ int RunPrint(int argc, char** argv) {
 }
 
 int RunDraw(int argc, char** argv) {
-  Arguments args(argc, argv, {}, {"--png", "--title"});
+  Arguments args(argc, argv);
   if (!args.ok || args.positional.size() > 1) return UsageError("draw", "wrong arguments");
   FSTGeneric m = LoadInputOrModel("draw", args.positional.empty() ? "" : args.positional[0]);
   if (!m) return 1;
