@@ -40,9 +40,11 @@ TEST(Tool, PrintAndDraw) {
             "T 1 2 , , 0.25\nF 2\n");
   EXPECT_EQ(RunCommand(tool + " print --no-header <" + file).out, r.out.substr(18));
 
-  r = RunCommand(tool + " draw --title rankdir=LR " + file);
+  // Any text is a title: quoted, never read as dot statements.
+  r = RunCommand(tool + " draw --title 'L \"o\" G' " + file);
   EXPECT_EQ(r.status, 0);
-  EXPECT_EQ(r.out.substr(0, 28), "digraph FST {\n\trankdir=LR;\n\t");
+  EXPECT_EQ(r.out.rfind("digraph FST {\n\tlabel=\"L \\\"o\\\" G\"; labelloc=t;\n\t", 0), 0u)
+      << r.out;
   EXPECT_NE(r.out.find("\t\t0 -> 1 [label=\"one:1/0.5\"];\n"), std::string::npos);
 
   std::string png = WriteTempFile("tool.png", "");
@@ -66,6 +68,47 @@ TEST(Tool, PrintAndDraw) {
                          ": cannot read /nonexistent/m.fst: No such file or directory\n");
   }
   EXPECT_EQ(RunCommand(tool + " print --bogus " + file).status, 2);
+}
+
+TEST(Tool, AlgebraFlagsAndRefusals) {
+  // topsort refuses a cycle and leaves OUT as it was.
+  std::string const cyclic = WriteTempFile("cyclic.fst", "I 0\nT 0 1 a\nT 1 0 b\nF 1\n");
+  std::string const out = WriteTempFile("kept.fst", "kept\n");
+  CommandResult r = RunCommand(tool + " topsort " + cyclic + " " + out);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "t2sfst topsort: " + cyclic + ": the machine is cyclic; nothing written\n");
+  EXPECT_EQ(RunCommand("cat " + out).out, "kept\n");
+
+  // invert --keep-weights swaps the labels only; push and optimize --keep-total keep the best
+  // path's weight (0.5 + 0.25 here), which they otherwise drop.
+  std::string const m = WriteTempFile("weights.fst", "I 0\nT 0 1 a x 0.5\nT 1 2 b y 0.25\nF 2\n");
+  r = RunCommand(tool + " invert --keep-weights " + m);
+  EXPECT_EQ(r.out, "#FSTBasic MinPlus\nI 0\nT 0 1 x a 0.5\nT 1 2 y b 0.25\nF 2\n");
+  EXPECT_EQ(RunCommand(tool + " invert " + m).out,
+            "#FSTBasic MinPlus\nI 0\nT 0 1 x a -0.5\nT 1 2 y b -0.25\nF 2\n");
+  for (char const* command : {"push", "optimize"}) {
+    r = RunCommand(tool + " " + command + " --keep-total " + m + " | " + tool + " shortestpath | " + tool + " topsort");
+    EXPECT_EQ(r.out, "#FSTBasic MinPlus\nI 0\nT 0 1 a x 0.75\nT 1 2 b y\nF 2\n") << command;
+    r = RunCommand(tool + " " + command + " " + m + " | " + tool + " shortestpath | " + tool + " topsort");
+    EXPECT_EQ(r.out, "#FSTBasic MinPlus\nI 0\nT 0 1 a x\nT 1 2 b y\nF 2\n") << command;
+  }
+
+  // A limit that leaves arcs apart is said.
+  std::string const twice = WriteTempFile("twice.fst", "I 0\nT 0 1 a\nT 0 2 a\nF 1\nF 2\n");
+  r = RunCommand(tool + " determinize --limit 2 " + twice);
+  EXPECT_EQ(r.status, 0);
+  EXPECT_EQ(r.err, "t2sfst determinize: warning: the result is not deterministic: 1 state keeps "
+                   "arcs of one input label apart (--limit 2)\n");
+  EXPECT_EQ(RunCommand(tool + " determinize " + twice).err, "");
+
+  // Split tokens make a word-level transducer: "dim" reads as "DIM", "off:" writes nothing.
+  std::string const grammar = WriteTempFile(
+      "split.gram", "#JSGF V1.0;\ngrammar s;\npublic <a> = (dim:DIM | off: | on) [light];\n");
+  std::string const words = WriteTempFile("split.fst", "I 0\nT 0 1 dim dim\nT 1 2 light light\nF 2\n");
+  r = RunCommand(tool + " compile-grammar --split-tokens " + grammar + " -o " + out + " && " +
+                 tool + " compose " + words + " " + out + " | " + tool + " project --output | " +
+                 tool + " rmepsilon");
+  EXPECT_EQ(r.out, "#FSTBasic MinPlus\nI 0\nT 0 1 DIM DIM\nT 1 2 light light\nF 2\n") << r.err;
 }
 
 TEST(Tool, InfoReportsStructure) {

@@ -49,7 +49,10 @@ int RunConcat(int argc, char** argv) {
 
 int RunInvert(int argc, char** argv) {
   Arguments args(argc, argv);
-  return CopyResult("invert", args, [](FSTGeneric const& m) { return FSTInvert(m); });
+  bool const keep_weights = args.has("--keep-weights");
+  return CopyResult("invert", args, [keep_weights](FSTGeneric const& m) {
+    return keep_weights ? FSTProject(m, FSTArcOrderOutput, FSTArcOrderInput) : FSTInvert(m);
+  });
 }
 
 int RunProject(int argc, char** argv) {

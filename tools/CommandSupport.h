@@ -104,7 +104,8 @@ int UsageError(char const* command, char const* message);
 
 // Loads IN, applies make to it, writes the stored result to OUT (standard output by default),
 // as text or, with --binary, in the binary format. make gets the only handle on the input (as
-// an rvalue), so it may release the input early.
+// an rvalue), so it may release the input early; a null result from make (after its message)
+// writes nothing and gives exit status 1.
 template <class Make>
 int CopyResult(char const* command, Arguments const& args, Make make) {
   if (!args.ok || args.positional.size() > 2) return UsageError(command, "wrong arguments");
@@ -114,7 +115,9 @@ int CopyResult(char const* command, Arguments const& args, Make make) {
   if (!file.ok()) return 1;
   FSTGeneric m = LoadInput(command, in);
   if (!m) return 1;
-  FSTGeneric result = FSTBasic(make(std::move(m)));
+  FSTGeneric made = make(std::move(m));
+  if (!made) return 1;  // make said why; OUT stays as it was
+  FSTGeneric result = FSTBasic(made);
   if (args.has("--binary"))
     result->dump_binary(file.stream());
   else

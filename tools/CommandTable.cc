@@ -22,6 +22,9 @@ Option const limit{"--limit", "N",
                    "a label that leaves a state on at most N arcs keeps them apart; larger "
                    "groups are merged into one arc (default 1: determinize fully; 0: no limit, "
                    "so nothing is merged)"};
+Option const keep_total{"--keep-total", nullptr,
+                        "keep the total weight of the paths (the weight pushing divides out) on "
+                        "the initial state, so that paths weigh what they weighed"};
 Option const allow_undefined{"--allow-undefined", nullptr,
                              "a reference to a rule that is not defined matches nothing instead "
                              "of failing the build"};
@@ -68,7 +71,8 @@ std::vector<Command> const table = {
       "t2sfst apply --rewrite -j 2 times.t2s < recognised.txt > written.txt"}},
     {"compile-grammar", RunCompileGrammar,
      "[-o OUT] [--format text|att|dot] [-I DIR]... [--max-states N] [--drop-tags] "
-     "[--no-output] [--mark-rules] [--pauses] [--allow-undefined] [--no-optimize] GRAMMAR",
+     "[--no-output] [--mark-rules] [--pauses] [--split-tokens] [--allow-undefined] "
+     "[--no-optimize] GRAMMAR",
      "compile a JSGF grammar into a machine",
      "Compiles GRAMMAR into a word-level transducer, optimized as the model builder does "
      "(epsilons removed, determinized and minimized as an acceptor) unless --no-optimize. "
@@ -82,6 +86,9 @@ std::vector<Command> const table = {
       {"--mark-rules", nullptr,
        "bracket each rule's output with \"<name>\" and \"</name>\", to see which rules fired"},
       {"--pauses", nullptr, "wrap the sentences in \"<pause1>\" ... \"<pause2>\""},
+      {"--split-tokens", nullptr,
+       "a token \"spoken:written\" reads spoken and writes written, as in a model (without "
+       "it, the token is one label on both sides)"},
       allow_undefined,
       {"--no-optimize", nullptr, "write the machine as compiled"}},
      {"t2sfst compile-grammar --format dot examples/commands.gram -o commands.dot"}},
@@ -140,26 +147,32 @@ std::vector<Command> const table = {
     {"determinize", RunDeterminize, "[--acceptor] [--limit N] [--delta D] [--binary] [IN [OUT]]",
      "weighted subset construction",
      "Writes an equivalent machine in which no state has two arcs with the same input label "
-     "(with --acceptor: the same label pair). Outputs that cannot be decided yet are delayed.",
+     "(with --acceptor: the same label pair). Outputs that cannot be decided yet are delayed. "
+     "When --limit leaves arcs apart, a warning on standard error says how many states are "
+     "not deterministic.",
      {in_arg, out_arg},
      {{"--acceptor", nullptr, "determinize label pairs, as an acceptor"}, limit, delta, binary},
      {"t2sfst determinize --acceptor lexicon.fst lexicon.det.fst"}},
-    {"optimize", RunOptimize, "[--pipeline default|2|A|2A] [--limit N] [--delta D] [--binary] [IN [OUT]]",
+    {"optimize", RunOptimize,
+     "[--pipeline default|2|A|2A] [--limit N] [--delta D] [--keep-total] [--binary] [IN [OUT]]",
      "remove epsilons, push weights, determinize and minimize",
      "Runs an optimization pipeline and writes an epsilon-free, pushed, deterministic, minimal "
-     "machine.",
+     "machine. Pushing leaves the best path (in MinPlus) weighing nothing, unless "
+     "--keep-total.",
      {in_arg, out_arg},
      {{"--pipeline", "P",
        "default: remove epsilons, push, determinize, minimize; 2: push before removing "
        "epsilons; A and 2A: the same with epsilon removal and determinization done as an "
        "acceptor of label pairs (what the model builder does)"},
-      limit, delta, binary},
+      limit, delta, keep_total, binary},
      {"t2sfst optimize --pipeline A grammar.fst grammar.opt.fst"}},
-    {"push", RunPush, "[--binary] [IN [OUT]]", "push weights towards the initial state",
+    {"push", RunPush, "[--keep-total] [--binary] [IN [OUT]]",
+     "push weights towards the initial state",
      "Moves weights as far towards the initial state as they go; the best path from each "
-     "state then weighs one (0 in MinPlus).",
+     "state then weighs one (0 in MinPlus), and the total weight of the machine is dropped "
+     "unless --keep-total.",
      {in_arg, out_arg},
-     {binary},
+     {keep_total, binary},
      {"t2sfst push lexicon.fst lexicon.pushed.fst"}},
     {"minimize", RunMinimize, "[--delta D] [--binary] [IN [OUT]]", "merge states with the same future",
      "Merges the states of a deterministic machine that accept the same weighted futures.",
@@ -172,7 +185,8 @@ std::vector<Command> const table = {
      {binary},
      {"t2sfst trim 'a.fst @ b.fst' ab.fst"}},
     {"topsort", RunTopsort, "[--binary] [IN [OUT]]", "renumber the states in topological order",
-     "Renumbers the states so that every arc goes from a lower to a higher number.",
+     "Renumbers the states so that every arc goes from a lower to a higher number. A cyclic "
+     "machine has no such order: it is refused with exit status 1, and OUT is left as it was.",
      {in_arg, out_arg},
      {binary},
      {"t2sfst topsort lattice.fst lattice.sorted.fst"}},
@@ -198,12 +212,15 @@ std::vector<Command> const table = {
      {in_arg, out_arg},
      {{"--plus", nullptr, "one or more times instead of zero or more"}, binary},
      {"t2sfst closure --plus word.fst words.fst"}},
-    {"invert", RunInvert, "[--binary] [IN [OUT]]", "swap inputs and outputs (weights inverted)",
+    {"invert", RunInvert, "[--keep-weights] [--binary] [IN [OUT]]",
+     "swap inputs and outputs (weights inverted)",
      "Swaps the input and output labels of every arc and inverts every weight (in MinPlus, "
-     "w becomes -w), so that composing a machine with its inverse cancels its weights.",
+     "w becomes -w), so that composing a machine with its inverse cancels its weights. "
+     "Toolkits that only swap labels do what --keep-weights does: the inverse of a lexicon "
+     "for shortestpath wants it.",
      {in_arg, out_arg},
-     {binary},
-     {"t2sfst invert lexicon.fst lexicon.inv.fst"}},
+     {{"--keep-weights", nullptr, "swap the labels only; the weights stay as they are"}, binary},
+     {"t2sfst invert --keep-weights lexicon.fst lexicon.inv.fst"}},
     {"project", RunProject, "[--output] [--binary] [IN [OUT]]", "one side as an acceptor",
      "Copies each arc's input label to its output side, giving the acceptor of IN's inputs.",
      {in_arg, out_arg},

@@ -43,6 +43,7 @@ int RunCompileGrammar(int argc, char** argv) {
   options.pauses = args.has("--pauses");
   FSTGeneric m;
   if (!CompileGrammar("compile-grammar", args, args.positional[0], options, m)) return 1;
+  if (args.has("--split-tokens")) m = FSTJsgfSplitTokens(m);
   m = args.has("--no-optimize") ? FSTBasic(m) : FSTOptimizeA(std::move(m), 1, 0.001f);
 
   std::ostream& os = output.stream();

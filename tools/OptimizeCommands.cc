@@ -17,6 +17,33 @@ bool Delta(Arguments const& args, float& delta) {
   return true;
 }
 
+// States with two arcs of one input label (with acceptor, of one label pair) or an epsilon
+// input: what a determinization limit leaves apart.
+int NondeterministicStates(FSTGeneric const& m, bool acceptor) {
+  int count = 0;
+  for (int s = 0; s < m->states().size(); ++s) {
+    fst::set<std::pair<int, int>> seen;
+    for (FSTArc* a : m->arcs_out(s)) {
+      std::pair<int, int> const key(a->input, acceptor ? a->output : 0);
+      if ((a->input == 0 && (!acceptor || a->output == 0)) || !seen.insert(key).second) {
+        ++count;
+        break;
+      }
+    }
+  }
+  return count;
+}
+
+// The machine with its total weight put back after pushing divided it out: the total is taken
+// from a stored copy of the input, which the pipeline then reads.
+template <class Push>
+FSTGeneric KeepingTotal(FSTGeneric&& in, Push push) {
+  FSTGeneric stored = FSTBasic(in);
+  in = FSTGeneric();
+  float const total = FSTTotalWeight(stored);
+  return FSTMultiplyPaths(push(std::move(stored)), total);
+}
+
 }  // namespace
 
 int RunRmEpsilon(int argc, char** argv) {
@@ -34,8 +61,16 @@ int RunDeterminize(int argc, char** argv) {
   float delta;
   if (!args.number("--limit", 1, -2147483647 - 1, 2147483647, limit) || !Delta(args, delta))
     return 2;
+  bool const acceptor = args.has("--acceptor");
   return CopyResult("determinize", args, [&](FSTGeneric const& m) {
-    return FSTDeterminize(m, limit, args.has("--acceptor"), delta, false);
+    FSTGeneric result = FSTBasic(FSTDeterminize(m, limit, acceptor, delta, false));
+    if (int const left = NondeterministicStates(result, acceptor))
+      std::fprintf(stderr,
+                   "t2sfst determinize: warning: the result is not deterministic: %d state%s "
+                   "keep%s arcs of one %s apart (--limit %d)\n",
+                   left, left == 1 ? "" : "s", left == 1 ? "s" : "",
+                   acceptor ? "label pair" : "input label", limit);
+    return result;
   });
 }
 
@@ -53,13 +88,20 @@ int RunOptimize(int argc, char** argv) {
   float delta;
   if (!args.number("--limit", 1, -2147483647 - 1, 2147483647, limit) || !Delta(args, delta))
     return 2;
-  return CopyResult("optimize", args,
-                    [&](FSTGeneric&& m) { return optimize(std::move(m), limit, delta); });
+  bool const keep_total = args.has("--keep-total");
+  return CopyResult("optimize", args, [&](FSTGeneric&& m) {
+    auto run = [&](FSTGeneric&& in) { return optimize(std::move(in), limit, delta); };
+    return keep_total ? KeepingTotal(std::move(m), run) : run(std::move(m));
+  });
 }
 
 int RunPush(int argc, char** argv) {
   Arguments args(argc, argv);
-  return CopyResult("push", args, [](FSTGeneric const& m) { return FSTPushWeights(m); });
+  bool const keep_total = args.has("--keep-total");
+  return CopyResult("push", args, [&](FSTGeneric&& m) {
+    auto push = [](FSTGeneric&& in) { return FSTPushWeights(in); };
+    return keep_total ? KeepingTotal(std::move(m), push) : push(std::move(m));
+  });
 }
 
 int RunMinimize(int argc, char** argv) {
@@ -77,10 +119,14 @@ int RunTrim(int argc, char** argv) {
 
 int RunTopsort(int argc, char** argv) {
   Arguments args(argc, argv);
-  return CopyResult("topsort", args, [](FSTGeneric const& m) {
+  return CopyResult("topsort", args, [&](FSTGeneric const& m) {
     FSTGeneric sorted = FSTTopologicalSort(m);
-    if (sorted->states().size() == 0 && m->states().size() > 0)
-      std::fprintf(stderr, "t2sfst topsort: the machine is cyclic; writing an empty machine\n");
+    if (sorted->states().size() == 0 && m->states().size() > 0) {
+      std::string const in = args.positional.empty() ? "-" : args.positional[0];
+      std::fprintf(stderr, "t2sfst topsort: %s: the machine is cyclic; nothing written\n",
+                   in == "-" ? "standard input" : in.c_str());
+      return FSTGeneric();
+    }
     return sorted;
   });
 }

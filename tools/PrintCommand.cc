@@ -23,7 +23,17 @@ int RunDraw(int argc, char** argv) {
   if (!args.ok || args.positional.size() > 1) return UsageError("draw", "wrong arguments");
   FSTGeneric m = LoadInputOrModel("draw", args.positional.empty() ? "" : args.positional[0]);
   if (!m) return 1;
-  std::string title = args.value("--title");
+  // The writer puts its title in the graph as a statement: the text becomes the graph's label,
+  // quoted, so that any text is a title.
+  std::string title;
+  if (args.has("--title")) {
+    title = "label=\"";
+    for (char c : args.value("--title")) {
+      if (c == '"' || c == '\\') title += '\\';
+      title += c == '\n' ? ' ' : c;
+    }
+    title += "\"; labelloc=t";
+  }
   char const* title_or_null = title.empty() ? nullptr : title.c_str();
   if (!args.has("--png")) {
     m->dump_dot(std::cout, title_or_null);

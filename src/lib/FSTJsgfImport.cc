@@ -11,6 +11,7 @@
 
 #include "FSTBasic.h"
 #include "FSTJsgf.h"
+#include "FSTOperand.h"
 #include "FSTStringMap.h"
 
 // What the parsers of one compilation share: the options, the packages read so far (each is
@@ -185,4 +186,39 @@ bool FSTJsgfCompileFile(FSTGeneric& result, std::string& messages, std::string c
                          options.mark_rules, options.pauses, options.allow_undefined);
   messages = ok ? parser.messages() : errors;
   return ok;
+}
+
+void FSTJsgfTokenSides(std::string const& token, std::string& spoken, std::string& written) {
+  size_t const colon = token.rfind(':');
+  spoken = token.substr(0, colon);
+  written = colon == std::string::npos ? token : token.substr(colon + 1);
+}
+
+FSTGeneric FSTJsgfSplitTokens(FSTGeneric const& m) {
+  FSTOperandForce(*m);  // a lazy machine knows its states once expanded
+  FSTGeneric split = FSTBasic(m->semiring());
+  int const n = m->states().size();
+  if (n > 0) split->add_states(n);
+  if (m->initial() >= 0) split->set_initial(m->initial());
+  // Each label's sides, found once: a grammar has far fewer tokens than arcs.
+  std::map<int, std::pair<int, int>> sides;
+  std::string spoken, written;
+  for (int p = 0; p < n; ++p) {
+    if (m->is_final(p)) split->set_final(p, m->final_weight(p));
+    for (FSTArc* a : m->arcs_out(p, FSTArcOrderAny)) {
+      int input = a->input, output = a->output;
+      if (input != 0 && std::strchr(FSTstring_map[input], ':')) {
+        auto known = sides.find(input);
+        if (known == sides.end()) {
+          FSTJsgfTokenSides(FSTstring_map[input], spoken, written);
+          int const written_label = written.empty() ? 0 : FSTstring_map[written];
+          known = sides.emplace(input, std::make_pair(FSTstring_map[spoken], written_label)).first;
+        }
+        if (output == input) output = known->second.second;
+        input = known->second.first;
+      }
+      split->add_arc(p, a->to, input, output, a->weight);
+    }
+  }
+  return split;
 }

@@ -30,4 +30,13 @@ struct FSTJsgfOptions {
 bool FSTJsgfCompileFile(FSTGeneric& result, std::string& messages, std::string const& filename,
                         FSTJsgfOptions const& options);
 
+// The two sides of a grammar token "spoken:written", split at its last ':' ("spoken:" writes
+// nothing); a token without ':' is both.
+void FSTJsgfTokenSides(std::string const& token, std::string& spoken, std::string& written);
+
+// A stored copy of a compiled grammar in which each token label is split into its sides: an
+// arc whose input is "spoken:written" reads spoken and, where its output is that same token,
+// writes written (other outputs, such as tags and rule marks, stay). Linear time.
+FSTGeneric FSTJsgfSplitTokens(FSTGeneric const& m);
+
 #endif

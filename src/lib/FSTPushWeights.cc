@@ -81,3 +81,32 @@ FSTGeneric FSTPushWeightsInPlace(FSTGeneric m) {
   }
   return m;
 }
+
+float FSTTotalWeight(FSTGeneric const& m) {
+  if (m->initial() < 0) return m->semiring()->zero;
+  fst::vector<float> potential;
+  FSTPotential(potential, m);
+  return potential[size_t(m->initial())];
+}
+
+FSTGeneric FSTMultiplyPaths(FSTGeneric m, float w) {
+  FSTSemiringBase const& s = *m->semiring();
+  if (!dynamic_cast<FSTBasicRep*>(m.get()) || m->reference_count() != 1) m = FSTMutableCopy(m);
+  int const start = m->initial();
+  if (start < 0 || w == s.one) return m;
+  bool reentered = false;
+  for (int p = 0; p < m->n_states() && !reentered; ++p)
+    for (FSTArc* a : m->arcs_out(p, FSTArcOrderAny)) reentered = reentered || a->to == start;
+  if (!reentered) {
+    for (FSTArc* a : m->arcs_out(start, FSTArcOrderAny)) a->weight = s.times(w, a->weight);
+    if (m->is_final(start)) m->set_final(start, s.times(w, m->final_weight(start)));
+    return m;
+  }
+  int const copy = m->add_states(1);
+  fst::vector<FSTArc> arcs;
+  for (FSTArc* a : m->arcs_out(start, FSTArcOrderAny)) arcs.push_back(*a);
+  for (FSTArc const& a : arcs) m->add_arc(copy, a.to, a.input, a.output, s.times(w, a.weight));
+  if (m->is_final(start)) m->set_final(copy, s.times(w, m->final_weight(start)));
+  m->set_initial(copy);
+  return m;
+}

@@ -20,4 +20,15 @@ FSTGeneric FSTPushWeights(FSTGeneric const& m);
 // handle shares (saving a copy of the whole machine); otherwise FSTPushWeights(m).
 FSTGeneric FSTPushWeightsInPlace(FSTGeneric m);
 
+// The total weight of m: the sum (in its semiring) of the weights of all its successful paths,
+// which pushing divides out; zero when m has no initial state.
+float FSTTotalWeight(FSTGeneric const& m);
+
+// A stored machine whose every path weighs w times what it weighs in m (pushing with the total
+// kept is FSTMultiplyPaths(FSTPushWeights(m), FSTTotalWeight(m))). w goes on the arcs leaving
+// the initial state and on its final weight; when paths come back to the initial state, on a
+// new initial state that copies its arcs instead. Linear time; m itself when stored and not
+// shared.
+FSTGeneric FSTMultiplyPaths(FSTGeneric m, float w);
+
 #endif

@@ -2,6 +2,7 @@
 #include <sstream>
 #include <vector>
 
+#include "FSTJsgfImport.h"
 #include "FSTStringMap.h"
 #include "T2sBuilder.h"
 
@@ -24,13 +25,7 @@ Arc ParseLine(std::string const& line) {
   std::string first_label, second_label;
   is >> arc.kind >> arc.from >> arc.to >> first_label >> second_label >> arc.weight;
   if (arc.kind == 'T') {
-    size_t colon = first_label.rfind(':');
-    if (colon == std::string::npos) {
-      arc.input = arc.output = first_label;
-    } else {
-      arc.input = first_label.substr(0, colon);
-      arc.output = first_label.substr(colon + 1);
-    }
+    FSTJsgfTokenSides(first_label, arc.input, arc.output);
   }
   return arc;
 }
