@@ -116,3 +116,21 @@ TEST(CommandLine, OptionSyntax) {
 }
 
 }  // namespace
+
+namespace {
+
+// A program that waits for each answer gets it before it writes the next line.
+TEST(CommandLine, ApplyAnswersEachLineAtOnce) {
+  std::string const grammar =
+      WriteTempFile("answer.gram", "#JSGF V1.0;\ngrammar g;\npublic <g> = hello:hi world;\n");
+  std::string const model = WriteTempFile("answer.t2s", "");
+  ASSERT_EQ(RunCommand(tool + " make-model " + grammar + " " + model).status, 0);
+  CommandResult r = RunCommand("(echo 'hello world'; sleep 1.5; echo hello) | timeout 1 " + tool +
+                               " apply --line-buffered " + model);
+  EXPECT_EQ(r.out, "hi world\n");
+  r = RunCommand("printf 'hello world\\nhello\\n' | " + tool + " apply --line-buffered " + model);
+  EXPECT_EQ(r.out, "hi world\n\n");
+  EXPECT_EQ(r.err, "line 2: no match\n");
+}
+
+}  // namespace

@@ -205,6 +205,9 @@ TEST(Ngram, PackedFileAndCommands) {
   ASSERT_EQ(r.status, 0) << r.err;
   r = RunCommand(tool + " ngram-score " + model + " 'a b' 'b a' 'c'");
   EXPECT_EQ(r.out, "1.3816\n7.8288\n6.2170\n");  // c is <unk>
+  // Perplexity: exp of those costs over the 8 words scored ("</s>" included).
+  r = RunCommand(tool + " ngram-score --perplexity " + model + " 'a b' 'b a' 'c'");
+  EXPECT_EQ(r.out, "sentences 3, words 8, out of vocabulary 1, cost 15.4273, perplexity 6.8786\n");
   r = RunCommand(tool + " ngram-pack " + model + " " + packed);
   ASSERT_EQ(r.status, 0) << r.err;
   std::ifstream in(packed, std::ios::binary);
@@ -220,8 +223,13 @@ TEST(Ngram, PackedFileAndCommands) {
   RunCommand(tool + " ngram-compile " + no_unk + " " + model);
   r = RunCommand(tool + " ngram-score " + model + " 'a zz'");
   EXPECT_EQ(r.out, "inf\n");
-  EXPECT_EQ(r.err, "line 1: word 'zz' is not in the vocabulary\n");
+  EXPECT_EQ(r.err, "t2sfst ngram-score: line 1: word 'zz' is not in the vocabulary\n");
   EXPECT_EQ(r.status, 1);
+  // For perplexity it is counted and left out: "a" after "<s>", then "</s>" as if it began.
+  r = RunCommand(tool + " ngram-score --perplexity " + model + " 'a zz' 'a'");
+  EXPECT_EQ(r.out.substr(0, r.out.find(", cost")), "sentences 2, words 4, out of vocabulary 1")
+      << r.out;
+  EXPECT_EQ(r.status, 0);
   // ngram_det and ngram_invert in expressions.
   r = RunCommand(tool + " info 'ngram_invert(" + model + ")'");
   EXPECT_NE(r.out.find("representation    FSTNgram2"), std::string::npos) << r.err;

@@ -3,6 +3,7 @@
 // thread with a decoder of its own, and the outputs are written in input order: standard output
 // and the messages on standard error are what one thread writes, byte for byte.
 #include <sched.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <condition_variable>
@@ -43,6 +44,16 @@ bool ReadBlock(std::vector<char>& carry, std::vector<char>& text) {
       return true;
     }
   }
+}
+
+// One line of standard input, with its newline: for answers that must not wait for more input.
+bool ReadLine(std::vector<char>& text) {
+  text.clear();
+  for (int c; (c = std::getc(stdin)) != EOF;) {
+    text.push_back(char(c));
+    if (c == '\n') break;
+  }
+  return !text.empty();
 }
 
 // What one thread made of a block, written when the blocks before it are.
@@ -161,14 +172,15 @@ class BlockQueue {
   bool stop_ = false;
 };
 
-// The lines of standard input decoded in this thread, a block at a time.
-bool ApplyToInput(T2sLineApplier& applier) {
+// The lines of standard input decoded in this thread, a block at a time, or a line at a time
+// with each output written as soon as it is known.
+bool ApplyToInput(T2sLineApplier& applier, bool line_by_line) {
   std::vector<char> carry;
   std::vector<T2sText> lines;
   Block block;
   block.first_line = 1;
   bool all_matched = true;
-  while (ReadBlock(carry, block.text)) {
+  while (line_by_line ? ReadLine(block.text) : ReadBlock(carry, block.text)) {
     T2sSplitLines(block.text.data(), block.text.size(), lines);
     size_t const done = applier.Lines(lines.data(), lines.size(), block.out, [&](size_t i) {
       block.out.Flush();
@@ -199,6 +211,9 @@ int RunApply(int argc, char** argv) {
   if (!args.ok || args.positional.empty()) return UsageError("apply", "give MODEL [TEXT...]");
   int jobs;
   if (!args.number("-j", AvailableCores(), 1, 1024, jobs)) return 2;
+  // At a terminal, or for a program that waits for each answer, a line at a time.
+  bool const line_by_line = args.has("--line-buffered") || isatty(STDIN_FILENO);
+  if (line_by_line) jobs = 1;
   std::string const& path = args.positional[0];
   std::string wrong = path == "-" ? "" : WrongKindOfFile(path, FileKind::model);
   if (!wrong.empty()) {
@@ -229,7 +244,7 @@ int RunApply(int argc, char** argv) {
       DecodeLines(applier, block, texts);
       all_matched = WriteBlock(block) && block.misses.empty();
     } else {
-      all_matched = ApplyToInput(applier);
+      all_matched = ApplyToInput(applier, line_by_line);
     }
   } else {
     all_matched = BlockQueue(size_t(jobs)).Run(model, joined, rewrite, size_t(jobs));

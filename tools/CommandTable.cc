@@ -53,7 +53,7 @@ std::vector<Command> const table = {
      {include_dir, allow_undefined, max_states},
      {"t2sfst make-model examples/times.gram times.t2s"}},
     {"apply", RunApply,
-     "[--rewrite] [--sep S] [-j N] MODEL [TEXT...]",
+     "[--rewrite] [--sep S] [-j N] [--line-buffered] MODEL [TEXT...]",
      "apply a T2S model to texts or lines of standard input",
      "Writes one line for each TEXT, or for each line of standard input: the outputs of the "
      "best path through the model, joined by S. A line the model does not accept gives an "
@@ -66,7 +66,10 @@ std::vector<Command> const table = {
       {"--sep", "S", "the text between two outputs (default one blank; \"\" joins them)"},
       {"-j", "N",
        "decode standard input in N threads (default: the cores available); the output is the "
-       "same as with one"}},
+       "same as with one"},
+      {"--line-buffered", nullptr,
+       "read a line at a time and write each answer at once, for a program that waits for "
+       "it (the default when standard input is a terminal)"}},
      {"t2sfst apply times.t2s 'twenty five past nine'",
       "t2sfst apply --rewrite -j 2 times.t2s < recognised.txt > written.txt"}},
     {"compile-grammar", RunCompileGrammar,
@@ -244,14 +247,20 @@ std::vector<Command> const table = {
      {{"ARPA", nullptr, "the ARPA text file"}, {"OUT", nullptr, "the model file to write"}},
      {},
      {"t2sfst ngram-compile lm.arpa lm.ngram"}},
-    {"ngram-score", RunNgramScore, "MODEL [TEXT...]", "the cost of sentences under an n-gram model",
+    {"ngram-score", RunNgramScore, "[--perplexity] MODEL [TEXT...]",
+     "the cost of sentences under an n-gram model, or their perplexity",
      "Prints, for each TEXT or line of standard input, the cost -ln P of \"<s> TEXT </s>\" "
      "with 4 decimals. A word outside the vocabulary is the model's unknown word (\"<unk>\"); "
      "without one, the line costs \"inf\" and the exit status is 1.",
      {{"MODEL", nullptr, "an n-gram model file"},
       {"TEXT", nullptr, "sentences of blank-separated words; standard input when absent"}},
-     {},
-     {"t2sfst ngram-score lm.ngram 'the cat sat'"}},
+     {{"--perplexity", nullptr,
+       "print one line for all the sentences instead: their number, the words scored "
+       "(\"</s>\" included), the words outside the vocabulary (left out, and the next word "
+       "scored as if a sentence began there, unless the model has \"<unk>\"), the total cost "
+       "and the perplexity exp(cost / words)"}},
+     {"t2sfst ngram-score lm.ngram 'the cat sat'",
+      "t2sfst ngram-score --perplexity lm.ngram < test.txt"}},
     {"ngram-pack", RunNgramPack, "MODEL OUT", "the packed, quantized form of an n-gram model",
      "Writes the packed form of MODEL, costs and back-off costs quantized to 256 levels each, "
      "and prints the file's MD5 digest.",

@@ -51,12 +51,23 @@ int RunNgramScore(int argc, char** argv) {
   size_t line_number = 0;
   // The cost -ln P of "<s> words </s>", with back-off; words outside the vocabulary are the
   // unknown-word token, or make the line's cost infinite.
+  bool const perplexity = args.has("--perplexity");
+  double total_cost = 0;
+  size_t sentences = 0, words = 0, oov = 0;
   auto score = [&](std::string const& line) {
     ++line_number;
     FSTNgramRep::SentenceScore const scored = model->score(line);
+    if (perplexity) {
+      // Words outside the vocabulary are counted and left out, as perplexity tools do.
+      ++sentences;
+      total_cost += scored.cost;
+      words += scored.words;
+      oov += scored.oov;
+      return;
+    }
     if (scored.oov && !unknown)
-      std::fprintf(stderr, "line %zu: word '%s' is not in the vocabulary\n", line_number,
-                   scored.first_oov.c_str());
+      std::fprintf(stderr, "t2sfst ngram-score: line %zu: word '%s' is not in the vocabulary\n",
+                   line_number, scored.first_oov.c_str());
     if ((scored.oov && !unknown) || scored.cost >= 1e29) {
       std::printf("inf\n");
       all_scored = false;
@@ -68,6 +79,14 @@ int RunNgramScore(int argc, char** argv) {
     for (size_t i = 1; i < args.positional.size(); ++i) score(args.positional[i]);
   } else {
     for (std::string line; std::getline(std::cin, line);) score(line);
+  }
+  if (perplexity) {
+    std::printf("sentences %zu, words %zu, out of vocabulary %zu, cost %.4f, perplexity ",
+                sentences, words, oov, total_cost);
+    if (words && total_cost < 1e29)
+      std::printf("%.4f\n", std::exp(total_cost / double(words)));
+    else
+      std::printf("%s\n", words ? "inf" : "nan");
   }
   return all_scored ? 0 : 1;
 }
