@@ -130,7 +130,7 @@ TEST(CommandLine, ApplyAnswersEachLineAtOnce) {
   EXPECT_EQ(r.out, "hi world\n");
   r = RunCommand("printf 'hello world\\nhello\\n' | " + tool + " apply --line-buffered " + model);
   EXPECT_EQ(r.out, "hi world\n\n");
-  EXPECT_EQ(r.err, "line 2: no match\n");
+  EXPECT_EQ(r.err, "t2sfst apply: line 2: no match\n");
 }
 
 }  // namespace

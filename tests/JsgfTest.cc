@@ -213,3 +213,54 @@ TEST(Jsgf, CompileGrammarCommand) {
 }
 
 }  // namespace
+
+namespace {
+
+// A grammar file's messages say where the mistake is, what was found and what was expected,
+// quote the line with a caret under the place, and suggest the usual fix.
+TEST(Jsgf, MessagesPointAtTheMistake) {
+  struct Case {
+    std::string grammar, messages;
+  } const cases[] = {
+      {"public <a> = hello world\npublic <b> = x;\n",
+       ":2:25: error: syntax error: expected ';' at the end of the rule, found '=' on line 3\n"
+       " public <a> = hello world\n"
+       "                         ^\n"},
+      {"public <m> = january:/1 | x;\n",
+       ":2:22: error: syntax error: found '/', expected ';' or '|'\n"
+       " public <m> = january:/1 | x;\n"
+       "                      ^\n"
+       "@:2:22: note: '/' starts a weight such as /2.5/; a word that holds '/' must be quoted, "
+       "as in \"january:/1\"\n"},
+      {"public a = x;\n",
+       ":2:8: error: syntax error: found word 'a', expected rule name\n"
+       " public a = x;\n"
+       "        ^\n"
+       "@:2:8: note: rule names are written in angle brackets: <a>\n"},
+      {"public <a> = (x |\ty",
+       ":2:20: error: syntax error: found the end of the input, expected '|' or ')'\n"
+       " public <a> = (x |\ty\n"
+       "                  \t ^\n"},
+      {"public <a> = x <b>;\n",
+       ":2:16: error: rule <a> refers to undefined rule <b>\n"
+       " public <a> = x <b>;\n"
+       "                ^\n"
+       "@:2:16: note: define <b>, or import the grammar that defines it\n"},
+  };
+  for (Case const& c : cases) {
+    std::string const file = WriteTempFile("mistake.gram", "#JSGF V1.0; grammar g;\n" + c.grammar);
+    std::string expected = file + c.messages;
+    for (size_t at; (at = expected.find('@')) != std::string::npos;) expected.replace(at, 1, file);
+    FSTGeneric m;
+    std::string messages;
+    EXPECT_FALSE(FSTJsgfCompileFile(m, messages, file, FSTJsgfOptions()));
+    EXPECT_EQ(messages, expected);
+  }
+  // Without a file, the messages keep their short form.
+  FSTGeneric m;
+  std::string errors;
+  EXPECT_FALSE(FSTJsgfParseString(m, errors, "public <a> = (x;", false, false, false, false, false));
+  EXPECT_EQ(errors, "line, line 1: syntax error\n");
+}
+
+}  // namespace

@@ -143,7 +143,7 @@ TEST(ModelEndToEnd, WeightsTagsAndTheApplyCommand) {
   r = RunCommand("printf 'at two\\nat three\\n at  one o\\047clock \\n' | " + tool +
                  " apply --sep + " + path);
   EXPECT_EQ(r.out, "at+2\n\nat+1+h\n");
-  EXPECT_EQ(r.err, "line 2: no match\n");
+  EXPECT_EQ(r.err, "t2sfst apply: line 2: no match\n");
   EXPECT_EQ(r.status, 1);
   // Batches of hundreds of lines, every one read, the last without a newline: joined in one loop.
   std::string lines, joined;
@@ -202,16 +202,21 @@ TEST(ModelEndToEnd, CommandsCheckGrammarsAndKeepModels) {
   };
   CommandResult r = make("public <s> = a <nmae>;\n\n<name> = x;\n<t> = <s>\n | <zz>;\n");
   EXPECT_EQ(r.status, 1);
-  EXPECT_NE(r.err.find("rule <s> refers to undefined rule <nmae>, line 1\n"), std::string::npos)
+  EXPECT_NE(r.err.find(".gram:1:16: error: rule <s> refers to undefined rule <nmae>\n"),
+            std::string::npos)
       << r.err;
-  EXPECT_NE(r.err.find("rule <t> refers to undefined rule <zz>, line 5\n"), std::string::npos);
-  EXPECT_EQ(make("public <s> = a <nmae>;", "--allow-undefined ").status, 0);
+  EXPECT_NE(r.err.find(".gram:5:4: error: rule <t> refers to undefined rule <zz>\n"),
+            std::string::npos);
+  r = make("public <s> = a <nmae>;", "--allow-undefined ");
+  EXPECT_EQ(r.status, 0);
+  EXPECT_NE(r.err.find(".gram:1:16: warning: rule <s> refers to undefined rule <nmae>\n"),
+            std::string::npos);
   r = make("<s> = x;");
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.err.find("no public rule"), std::string::npos);
   r = make("public <s> = (/3/ a:A\n | b:B);");
   EXPECT_EQ(r.status, 0);
-  EXPECT_NE(r.err.find(", line 2: warning: weights ignored"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find(".gram:2:7: warning: weights ignored"), std::string::npos) << r.err;
   EXPECT_EQ(make("public <s> = (x;").status, 1);
   std::string const built = ReadFile(model);
   EXPECT_EQ(RunCommand(tool + " /tmp " + model).status, 1);  // a directory as grammar
@@ -245,8 +250,8 @@ TEST(ModelEndToEnd, CommandsCheckGrammarsAndKeepModels) {
   EXPECT_EQ(r.status, 1);  // only <city> was imported
   EXPECT_NE(r.err.find("refers to undefined rule <port>"), std::string::npos) << r.err;
   r = make("import <places.nope>;\npublic <t> = x;", "-I " + lib + " ");
-  EXPECT_NE(r.err.find("line 1: error: import <places.nope>: grammar places has no public rule "
-                       "<nope>"),
+  EXPECT_NE(r.err.find(".gram:1:8: error: import <places.nope>: grammar places has no public "
+                       "rule <nope>"),
             std::string::npos)
       << r.err;
   r = make("import <nowhere.x>;\npublic <t> = x;");

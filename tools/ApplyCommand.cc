@@ -74,7 +74,7 @@ void DecodeLines(T2sLineApplier& applier, Block& block, std::vector<T2sText> con
   if (done < lines.size()) block.out_of_memory_at = block.first_line + done;
 }
 
-void ReportMiss(size_t line) { std::fprintf(stderr, "line %zu: no match\n", line); }
+void ReportMiss(size_t line) { std::fprintf(stderr, "t2sfst apply: line %zu: no match\n", line); }
 void ReportOutOfMemory(size_t line) {
   std::fprintf(stderr, "t2sfst apply: out of memory at line %zu\n", line);
 }

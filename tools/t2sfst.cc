@@ -14,6 +14,12 @@ Command const* find_command(char const* name) {
   return c;
 }
 
+// The library's warnings in the command's style: "t2sfst COMMAND: warning: ...".
+char const* running_command = "";
+void warn_as_command(char const* message) {
+  std::fprintf(stderr, "t2sfst %s: warning: %s\n", running_command, message);
+}
+
 // Whether the command's arguments ask for its help: "--help" before any "--".
 bool asks_for_help(int argc, char** argv) {
   for (int i = 2; i < argc && std::strcmp(argv[i], "--"); ++i)
@@ -63,6 +69,8 @@ int main(int argc, char** argv) {
     PrintCommandHelp(*c, stdout);
     return 0;
   }
+  running_command = c->name;
+  FSTSetWarnSink(warn_as_command);
   // The library's stops on bad files or arguments become one line and exit status 1.
   int status = 1;
   FSTStop stop;

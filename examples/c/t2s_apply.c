@@ -39,7 +39,7 @@ int main(int argc, char** argv) {
     } else {
       putchar('\n');
       fflush(stdout);
-      fprintf(stderr, "line %zu: no match\n", line_number);
+      fprintf(stderr, "t2s_apply: line %zu: no match\n", line_number);
       status = 1;
     }
   }

@@ -27,12 +27,18 @@ class Error(RuntimeError):
 class Message(NamedTuple):
     """One message of the grammar compiler."""
 
-    severity: str  # "error" or "warning"
+    severity: str  # "error", "warning" or "note"
     file: str  # "" where the compiler names none
     line: int  # 0 where it names none
     text: str
+    column: int = 0  # 0 where it names none
+    hint: str = ""  # what the compiler suggests, if anything
 
 
+# "FILE:LINE:COLUMN: error: text" (then the line and a caret, then any hint as a note), as a
+# grammar file's messages are written; "NAME, line N: text" from the string compiler.
+_COMPILER = re.compile(r"^(?P<file>.*?)(?::(?P<line>\d+):(?P<column>\d+))?: "
+                       r"(?P<kind>error|warning|note): (?P<text>.*)$")
 _PLACED = re.compile(r"^(?:(?P<file>.*?), )?line (?P<line>\d+): (?P<text>.*)$")
 _WARNING = re.compile(r"^(?P<kind>warning|WARNING): (?P<text>.*?)(?:, line (?P<line>\d+))?$")
 
@@ -41,7 +47,16 @@ def _messages(text: str) -> List[Message]:
     """The compiler's message lines as Message records."""
     result = []
     for line in text.splitlines():
-        if not line.strip():
+        if not line.strip() or line.startswith(" "):
+            continue  # the quoted line of the file and its caret
+        placed = _COMPILER.match(line)
+        if placed:
+            at = (placed["file"], int(placed["line"] or 0), int(placed["column"] or 0))
+            if (placed["kind"] == "note" and result and at[1]
+                    and (result[-1].file, result[-1].line, result[-1].column) == at):
+                result[-1] = result[-1]._replace(hint=placed["text"])
+            else:
+                result.append(Message(placed["kind"], at[0], at[1], placed["text"], at[2]))
             continue
         warning = _WARNING.match(line)
         if warning:
@@ -66,8 +81,12 @@ class GrammarError(Error):
 
     def __str__(self):
         lines = [super().__str__()]
-        lines += [("%s, line %d: " % (m.file, m.line) if m.file else "") + m.text
-                  for m in self.messages]
+        for m in self.messages:
+            place = m.file
+            if m.line:
+                place += ":%d" % m.line + (":%d" % m.column if m.column else "")
+            lines.append((place + ": " if place else "") + m.severity + ": " + m.text
+                         + (" (%s)" % m.hint if m.hint else ""))
         return "\n".join(lines)
 
 

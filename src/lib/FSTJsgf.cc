@@ -1,6 +1,8 @@
 #include "FSTJsgf.h"
 
 #include <algorithm>
+#include <cstring>
+#include <iterator>
 #include <cmath>
 #include <fstream>
 #include <functional>
@@ -51,6 +53,11 @@ void FSTJsgf_yy::_reset() {
   _mentions.clear();
   _mentions_used = 0;
   _reference_lines.clear();
+  _input.reset();
+  _source.clear();
+  _at = _token_at = _token_end = _previous_end = _line_break = _Place();
+  _token_text.clear();
+  _previous_text.clear();
   _failed = false;
   _aliases.clear();
   _rule_source.clear();
@@ -60,7 +67,11 @@ bool FSTJsgf_yy::_run(std::istream& is, std::string const& name) {
   _reset();
   _messages.str("");
   _name = name;
-  _lexer.reset(new FSTJsgf_yyFlexLexer(&is, nullptr));
+  _source.assign(std::istreambuf_iterator<char>(is), std::istreambuf_iterator<char>());
+  if (_sources) (*_sources)[name] = _source;
+  _input = std::make_unique<std::istringstream>(_source);
+  _at = {1, 1, 0};
+  _lexer.reset(new FSTJsgf_yyFlexLexer(_input.get(), nullptr));
   return FSTJsgf_yyparse(*this) == 0 && !_failed;
 }
 
@@ -85,7 +96,21 @@ bool FSTJsgf_yy::parse(std::istream& is, std::string const& name, FSTGeneric& re
 // ---- scanner and messages -----------------------------------------------------------------------
 
 int FSTJsgf_yy::lex(FSTJSGF_YYSTYPE* value) {
-  int token = _lexer->yylex();
+  int token;
+  _Place start;
+  do {
+    token = _lexer->yylex();
+    start = _at;
+    if (token != 0) _advance(_lexer->YYText(), size_t(_lexer->YYLeng()));
+  } while (token == skipped_token);
+  _previous_end = _token_end;
+  _previous_text = _token_text;
+  _token_at = start;
+  _token_end = _at;
+  _token_text = token == 0 ? "" : std::string(_lexer->YYText(), size_t(_lexer->YYLeng()));
+  // The end of the last line that a rule ran on from, for a missing ';'.
+  if (_token_text == ";") _line_break = _Place();
+  else if (_previous_end.line > 0 && _token_at.line > _previous_end.line) _line_break = _previous_end;
   if (token == 0) return 0;
   ++_tokens;
   std::string text(_lexer->YYText(), size_t(_lexer->YYLeng()));
@@ -99,7 +124,7 @@ int FSTJsgf_yy::lex(FSTJSGF_YYSTYPE* value) {
       break;
     case FSTJSGF_RULE_NAME:
       value->label = _rule_label(text);
-      _mentions.push_back({value->label, _lexer->lineno()});
+      _mentions.push_back({value->label, _token_at});
       break;
     case FSTJSGF_WEIGHT:
       value->weight = std::strtof(text.c_str() + 1, nullptr);
@@ -118,18 +143,123 @@ int FSTJsgf_yy::_rule_label(std::string text) {
   return FSTstring_map[text];
 }
 
-std::ostream& FSTJsgf_yy::_at_line() {
-  return _messages << _name << ", line " << (_lexer ? _lexer->lineno() : 0) << ": ";
+void FSTJsgf_yy::_advance(char const* text, size_t length) {
+  _at.offset += length;
+  for (size_t i = 0; i < length; ++i) {
+    if (text[i] == '\n') {
+      ++_at.line;
+      _at.column = 1;
+    } else if ((static_cast<unsigned char>(text[i]) & 0xC0) != 0x80) {
+      ++_at.column;  // a character, not the continuation of one
+    }
+  }
 }
 
-void FSTJsgf_yy::error(char const* message) { _at_line() << message << "\n"; }
+void FSTJsgf_yy::_report(char const* kind, std::string const& file, _Place at,
+                         std::string const& text, std::string const& hint) {
+  if (!_compiler_style()) {
+    // The scanner's own line count, as the library's messages have always given it.
+    _messages << file << ", line " << (_lexer && file == _name ? _lexer->lineno() : at.line) << ": "
+              << (std::strcmp(kind, "error") ? std::string(kind) + ": " : "") << text;
+    if (!hint.empty()) _messages << " (" << hint << ")";
+    _messages << "\n";
+    return;
+  }
+  _messages << file << ":" << at.line << ":" << at.column << ": " << kind << ": " << text << "\n";
+  std::string const* source = _source_of(file);
+  if (source && at.line > 0) {
+    // The line, and a caret under the column (tabs kept, so that it lines up).
+    size_t begin = 0;
+    for (int line = 1; line < at.line && begin != std::string::npos; ++line) {
+      begin = source->find('\n', begin);
+      if (begin != std::string::npos) ++begin;
+    }
+    if (begin != std::string::npos && begin <= source->size()) {
+      std::string const line = source->substr(begin, source->find('\n', begin) - begin);
+      std::string caret;
+      int column = 1;
+      for (size_t i = 0; i < line.size() && column < at.column; ++i) {
+        if ((static_cast<unsigned char>(line[i]) & 0xC0) == 0x80) continue;
+        caret += line[i] == '\t' ? '\t' : ' ';
+        ++column;
+      }
+      _messages << " " << line << "\n " << caret << "^\n";
+    }
+  }
+  if (!hint.empty())
+    _messages << file << ":" << at.line << ":" << at.column << ": note: " << hint << "\n";
+}
+
+std::string const* FSTJsgf_yy::_source_of(std::string const& file) const {
+  if (file == _name && _lexer) return &_source;
+  if (!_sources) return nullptr;
+  auto found = _sources->find(file);
+  return found == _sources->end() ? nullptr : &found->second;
+}
+
+void FSTJsgf_yy::error(char const* message) { _report("error", _name, _token_at, message); }
+
+namespace {
+
+// A kind's name as the parser gives it ("\"word\"", "';'", "end of file") for a message.
+std::string kind_name(std::string const& name) {
+  if (name.size() > 1 && name.front() == '"') return name.substr(1, name.size() - 2);
+  if (name == "end of file") return "the end of the input";
+  return name;
+}
+
+}  // namespace
+
+void FSTJsgf_yy::syntax_error(std::string const& found, std::vector<std::string> const& expected) {
+  if (!_compiler_style()) return error("syntax error");
+  std::string wanted;
+  bool semicolon = false, rule_name = false;
+  for (size_t i = 0; i < expected.size(); ++i) {
+    semicolon = semicolon || expected[i] == "';'";
+    rule_name = rule_name || kind_name(expected[i]) == "rule name";
+    wanted += (i == 0 ? "" : i + 1 == expected.size() ? " or " : ", ") + kind_name(expected[i]);
+  }
+  // What was found: the token's own text, and its kind where that says more.
+  bool const at_end = _token_text.empty();
+  std::string what = at_end ? "the end of the input" : "'" + _token_text + "'";
+  // A token whose kind has a name of words ("word", "rule name") is shown with it.
+  std::string const kind = kind_name(found);
+  for (char const* named : {"word", "quoted word", "rule name", "tag", "weight"})
+    if (!at_end && kind == named) what = kind + " " + what;
+  std::string hint;
+  _Place at = _token_at;
+  std::string text = "syntax error: found " + what + (wanted.empty() ? "" : ", expected " + wanted);
+  if (semicolon && (at_end || (_token_text == "=" && _line_break.line > 0))) {
+    // A rule without its ';': at the end of the input, or when the next rule's '=' comes. Say
+    // so where the ';' should have been: at the end of the input, or at the last line break.
+    at = at_end ? _previous_end : _line_break;
+    text = "syntax error: expected ';' at the end of the rule";
+    if (!at_end)
+      text += ", found " + what + " on line " + std::to_string(_token_at.line);
+  } else if (at_end) {
+    at = _previous_end;
+  } else if (_token_text == "/") {
+    hint = "'/' starts a weight such as /2.5/; a word that holds '/' must be quoted";
+    // "january:/1": the word the author meant runs from the token before to the next blank.
+    size_t const end = std::min(_source.find_first_of(" \t\r\n;|)]", _token_end.offset),
+                                _source.size());
+    if (!_previous_text.empty() && _previous_end.offset == _token_at.offset)
+      hint += ", as in \"" + _previous_text + "/" +
+              _source.substr(_token_end.offset, end - _token_end.offset) + "\"";
+  } else if (_token_text == "\"") {
+    hint = "a quoted word must end with '\"' on the same line";
+  } else if (rule_name && kind == "word") {
+    hint = "rule names are written in angle brackets: <" + _token_text + ">";
+  }
+  _report("error", _name, at, text, hint);
+}
 
 void FSTJsgf_yy::grammar_name(int label) { _grammar_name = FSTstring_map[label]; }
 
 void FSTJsgf_yy::import_statement(int label) {
   _mentions_used = _mentions.size();
   if (_imports) _import(label);
-  else _at_line() << "warning: import not implemented\n";
+  else _report("warning", _name, _token_at, "import not implemented");
 }
 
 int FSTJsgf_yy::keyword_label(char const* keyword) { return FSTstring_map[keyword]; }
@@ -199,7 +329,9 @@ void FSTJsgf_yy::_warn_if_weights_ignored(fst::vector<FSTGeneric> const& fsts) {
   bool weighted = false, unweighted = false;
   for (FSTGeneric const& m : fsts) (m->potential(m->initial()) < 0 ? unweighted : weighted) = true;
   if (weighted && unweighted)
-    _at_line() << "warning: weights ignored: an alternative of this group has no weight\n";
+    _report("warning", _name, _token_at,
+            "weights ignored: an alternative of this group has no weight",
+            "give every alternative a weight, or none");
 }
 
 FSTGeneric FSTJsgf_yy::optional(FSTGeneric const& m) { return FSTUnion(m, empty()); }
@@ -211,12 +343,17 @@ FSTGeneric FSTJsgf_yy::optimize(FSTGeneric const& m) {
 
 void FSTJsgf_yy::rule(int name, fst::vector<FSTGeneric>* alternatives, bool is_public) {
   // The first rule name met since the last definition is this one's own; the rest its body's.
+  _Place const defined_at =
+      _mentions_used < _mentions.size() ? _mentions[_mentions_used].second : _token_at;
   for (size_t i = _mentions_used + 1; i < _mentions.size(); ++i)
     _reference_lines.insert({{name, _mentions[i].first}, _mentions[i].second});
   _mentions_used = _mentions.size();
   _warn_if_weights_ignored(*alternatives);
   auto& definitions = _rules[name];
-  if (!definitions.empty())
+  if (!definitions.empty() && _compiler_style())
+    _report("warning", _name, defined_at, std::string("rule ") + FSTstring_map[name] +
+            " is defined again; its definitions are merged as alternatives");
+  else if (!definitions.empty())
     _messages << "warning: merging extra definition of rule " << FSTstring_map[name] << ", line "
               << _lexer->lineno() << "\n";
   definitions.insert(definitions.end(), alternatives->begin(), alternatives->end());
@@ -273,10 +410,17 @@ void FSTJsgf_yy::finish_grammar() {
     path.push_back(r);
     for (int q : calls[r]) {
       if (color[q] == 1) {
-        _messages << "recursion:";
+        std::string cycle;
         for (auto i = std::find(path.begin(), path.end(), q); i != path.end(); ++i)
-          _messages << " " << FSTstring_map[*i];
-        _messages << " " << FSTstring_map[q] << "\n";
+          cycle += std::string(" ") + FSTstring_map[*i];
+        cycle += std::string(" ") + FSTstring_map[q];
+        if (_compiler_style()) {
+          auto source = _rule_source.find(q);
+          _messages << (source != _rule_source.end() ? source->second : _name)
+                    << ": note: recursion:" << cycle << "\n";
+        } else {
+          _messages << "recursion:" << cycle << "\n";
+        }
       } else if (color[q] == 0) {
         visit(q);
       }
@@ -299,11 +443,21 @@ void FSTJsgf_yy::_check_references(int rule, FSTGeneric const& m) {
       if (!_undefined.insert(std::string(FSTstring_map[rule]) + " " + FSTstring_map[a->input])
                .second)
         continue;
-      auto line = _reference_lines.find({rule, a->input});
+      auto place = _reference_lines.find({rule, a->input});
+      auto source = _rule_source.find(rule);
+      if (_compiler_style()) {
+        _report(_allow_undefined ? "warning" : "error",
+                source != _rule_source.end() ? source->second : _name,
+                place != _reference_lines.end() ? place->second : _token_at,
+                std::string("rule ") + FSTstring_map[rule] + " refers to undefined rule " +
+                    FSTstring_map[a->input],
+                std::string("define ") + FSTstring_map[a->input] +
+                    ", or import the grammar that defines it");
+        continue;
+      }
       _messages << "warning: rule " << FSTstring_map[rule] << " refers to undefined rule "
                 << FSTstring_map[a->input] << ", line "
-                << (line != _reference_lines.end() ? line->second : _lexer->lineno());
-      auto source = _rule_source.find(rule);
+                << (place != _reference_lines.end() ? place->second.line : _lexer->lineno());
       if (source != _rule_source.end()) _messages << " of " << source->second;
       _messages << "\n";
     }

@@ -10,6 +10,7 @@
 #include <set>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "FSTGeneric.h"
 
@@ -60,8 +61,13 @@ class FSTJsgf_yy {
   void finish_grammar();
 
   // ---- for the scanner and parser ----
+  // What the scanner returns for blanks and comments, so that every byte is accounted for.
+  static constexpr int skipped_token = 1 << 20;
   int lex(FSTJSGF_YYSTYPE* value);
   void error(char const* message);
+  // A syntax error at the token just read: found is its kind's name ("" at the end of the
+  // input), expected the names of the kinds that could have stood there.
+  void syntax_error(std::string const& found, std::vector<std::string> const& expected);
   void grammar_name(int label);
   // Warns that imports are not implemented, unless the parse resolves them (FSTJsgfCompileFile).
   void import_statement(int label);
@@ -72,9 +78,23 @@ class FSTJsgf_yy {
                                  FSTJsgfOptions const&);
   struct _Imports;
 
+  // A place in a grammar file: line and column from 1 (0: unknown), and its byte offset.
+  struct _Place {
+    int line = 0, column = 0;
+    size_t offset = 0;
+  };
+
   void _reset();
   bool _run(std::istream& is, std::string const& name);
-  std::ostream& _at_line();
+  // One message. With imports resolved (a grammar compiled as a file) it is written as
+  // compilers write them: "FILE:LINE:COLUMN: KIND: text", the line of the file and a caret
+  // under the column, then the hint as a note. Otherwise as "NAME, line N: [warning: ]text".
+  void _report(char const* kind, std::string const& file, _Place at, std::string const& text,
+               std::string const& hint = "");
+  bool _compiler_style() const { return _imports != nullptr; }
+  // The text of a grammar file read in this compilation, or null.
+  std::string const* _source_of(std::string const& file) const;
+  void _advance(char const* text, size_t length);
   void _warn_if_weights_ignored(fst::vector<FSTGeneric> const& alternatives);
   void _check_references(int rule, FSTGeneric const& m);
   void _import(int label);
@@ -97,12 +117,20 @@ class FSTJsgf_yy {
   int _tokens = 0;
   // Rule names as the scanner met them, with their lines; each rule definition takes those of
   // its body, so a reference is reported at its own line.
-  std::vector<std::pair<int, int>> _mentions;
+  std::vector<std::pair<int, _Place>> _mentions;
   size_t _mentions_used = 0;
-  std::map<std::pair<int, int>, int> _reference_lines;  // (rule, referenced rule) -> line
+  std::map<std::pair<int, int>, _Place> _reference_lines;  // (rule, referenced rule) -> place
+  // The text being read, and where the scanner is: after its last match, at the start and end
+  // of the last token, at the end of the token before it, at the end of the last line that the
+  // current rule runs on from.
+  std::string _source;
+  std::unique_ptr<std::istringstream> _input;
+  _Place _at, _token_at, _token_end, _previous_end, _line_break;
+  std::string _token_text, _previous_text;
   // Import resolution, when enabled: the shared search state, the rules imported under short
   // names (short -> full label), the file each imported rule comes from.
   std::shared_ptr<_Imports> _imports;
+  std::shared_ptr<std::map<std::string, std::string>> _sources;  // file -> text, for carets
   bool _collect_only = false;  // stop after reading the rules (an imported grammar)
   bool _failed = false;        // an error outside the parser's own (an import not found)
   std::map<int, int> _aliases;

@@ -71,12 +71,13 @@ FSTGeneric relabel(FSTGeneric const& m, std::map<int, int> const& rename) {
 }  // namespace
 
 void FSTJsgf_yy::_import(int label) {
+  _Place const at = _mentions.empty() ? _token_at : _mentions.back().second;  // the name's place
   std::string const name = FSTstring_map[label];
   std::string const inner = name.substr(1, name.size() - 2);
   size_t const dot = inner.rfind('.');
   if (dot == std::string::npos || dot == 0 || dot + 1 == inner.size()) {
-    _at_line() << "error: import " << name << " names no grammar (write <grammar.rule> or "
-               << "<grammar.*>)\n";
+    _report("error", _name, at, "import " + name + " names no grammar",
+            "write <grammar.rule> or <grammar.*>");
     _failed = true;
     return;
   }
@@ -98,10 +99,10 @@ void FSTJsgf_yy::_import(int label) {
       if (!path.empty()) break;
     }
     if (path.empty() || !read_grammar(path, text, unread)) {
-      _at_line() << "error: import " << name << ": cannot find " << package << ".gram or "
-                 << package << ".jsgf in";
-      for (std::string const& folder : folders) _messages << " " << folder;
-      _messages << "\n" << unread;
+      std::string text = "import " + name + ": cannot find " + package + ".gram or " + package +
+                         ".jsgf in";
+      for (std::string const& folder : folders) text += " " + folder;
+      _report("error", _name, at, text, unread.empty() ? "" : unread.substr(0, unread.size() - 1));
       _failed = true;
       return;
     }
@@ -112,6 +113,7 @@ void FSTJsgf_yy::_import(int label) {
     nested._pauses = _pauses;
     nested._allow_undefined = _allow_undefined;
     nested._imports = _imports;
+    nested._sources = _sources;
     nested._collect_only = true;
     std::istringstream in(text);
     bool ok = nested._run(in, path);
@@ -153,8 +155,8 @@ void FSTJsgf_yy::_import(int label) {
   } else if (exported.count(rule)) {
     alias(rule);
   } else {
-    _at_line() << "error: import " << name << ": grammar " << package << " has no public rule <"
-               << rule << ">\n";
+    _report("error", _name, at,
+            "import " + name + ": grammar " + package + " has no public rule <" + rule + ">");
     _failed = true;
   }
 }
@@ -167,7 +169,8 @@ void FSTJsgf_yy::_add_import_aliases() {
     _rules[short_name].push_back(series(&call, -1));
   }
   if (_imports && !_collect_only && _public.empty()) {
-    _at_line() << "error: the grammar has no public rule, so it accepts nothing\n";
+    _report("error", _name, _at, "the grammar has no public rule, so it accepts nothing",
+            "mark the rules a sentence may be as public: public <name> = ...;");
     _failed = true;
   }
 }
@@ -179,6 +182,7 @@ bool FSTJsgfCompileFile(FSTGeneric& result, std::string& messages, std::string c
   if (!read_grammar(filename, text, messages)) return false;
   FSTJsgf_yy parser;
   parser._imports = std::make_shared<FSTJsgf_yy::_Imports>();
+  parser._sources = std::make_shared<std::map<std::string, std::string>>();
   parser._imports->options = options;
   std::istringstream in(text);
   std::string errors;

@@ -3,6 +3,7 @@
 %define api.pure full
 %define api.prefix {FSTJsgf_yy}
 %define api.token.prefix {FSTJSGF_}
+%define parse.error custom
 %parse-param {FSTJsgf_yy& jsgf}
 %lex-param {FSTJsgf_yy& jsgf}
 
@@ -15,6 +16,7 @@
 
 int FSTJsgf_yylex(FSTJSGF_YYSTYPE* value, FSTJsgf_yy& jsgf) { return jsgf.lex(value); }
 void FSTJsgf_yyerror(FSTJsgf_yy& jsgf, char const* message) { jsgf.error(message); }
+
 }
 
 %union {
@@ -24,9 +26,10 @@ void FSTJsgf_yyerror(FSTJsgf_yy& jsgf, char const* message) { jsgf.error(message
   fst::vector<FSTGeneric>* list;
 }
 
-%token HEADER GRAMMAR IMPORT PUBLIC NULL_RULE VOID_RULE
-%token <label> RULE_NAME TOKEN QUOTED TAG
-%token <weight> WEIGHT
+%token HEADER "#JSGF header" GRAMMAR "grammar" IMPORT "import" PUBLIC "public"
+%token NULL_RULE "<NULL>" VOID_RULE "<VOID>"
+%token <label> RULE_NAME "rule name" TOKEN "word" QUOTED "quoted word" TAG "tag"
+%token <weight> WEIGHT "weight"
 %type <fst> alternative item primary
 %type <list> alternatives items
 %type <label> word
@@ -127,3 +130,15 @@ word
   ;
 
 %%
+
+// A syntax error names the token found and the tokens that could have stood there.
+static int yyreport_syntax_error(yypcontext_t const* context, FSTJsgf_yy& jsgf) {
+  yysymbol_kind_t expected[16];
+  int const n = yypcontext_expected_tokens(context, expected, 16);
+  std::vector<std::string> names;
+  for (int i = 0; i < n; ++i) names.push_back(yysymbol_name(expected[i]));
+  yysymbol_kind_t const found = yypcontext_token(context);
+  jsgf.syntax_error(found == YYSYMBOL_YYEMPTY ? "" : yysymbol_name(found),
+                    n < 0 ? std::vector<std::string>() : names);
+  return 0;
+}

@@ -1,5 +1,7 @@
 #include "FSTlib.h"
 
+#include <atomic>
+
 #include <sys/stat.h>
 
 #include <cerrno>
@@ -60,7 +62,19 @@ void FSTFatal(char const* fmt, ...) {
   FSTFatal(fmt, args);
 }
 
+namespace {
+std::atomic<FSTWarnSink> warn_sink{nullptr};
+}  // namespace
+
+FSTWarnSink FSTSetWarnSink(FSTWarnSink sink) { return warn_sink.exchange(sink); }
+
 void FSTWarn(char const* fmt, va_list args) {
+  if (FSTWarnSink sink = warn_sink.load()) {
+    char message[1024];
+    std::vsnprintf(message, sizeof message, fmt, args);
+    sink(message);
+    return;
+  }
   std::fputs("WARNING: ", stderr);
   std::vfprintf(stderr, fmt, args);
   std::fputc('\n', stderr);

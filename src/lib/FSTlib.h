@@ -13,6 +13,12 @@
 void FSTWarn(char const* fmt, ...) __attribute__((format(printf, 1, 2)));
 void FSTWarn(char const* fmt, va_list args);
 
+// Where warnings go: by default "WARNING: " and the message on standard error. A program that
+// writes its own messages in one style (a command-line tool) may take them instead; null restores
+// the default. Returns the previous sink.
+using FSTWarnSink = void (*)(char const* message);
+FSTWarnSink FSTSetWarnSink(FSTWarnSink sink);
+
 // What a fatal error or a failed check does after its message: abort() by default. A test or
 // fuzzing harness may install a handler that unwinds to its own frame (it must not return);
 // null restores abort(). Returns the previous handler.

@@ -207,7 +207,9 @@ def test_grammars_compile_with_messages_as_data(tmp_path):
                     "public <n> = <digit> [<digit>];\n<unused> = <nothing>;\n")
     with pytest.raises(t2sfst.GrammarError) as caught:
         t2sfst.compile_grammar(main)
-    assert any("nothing" in m.text and m.line == 5 for m in caught.value.messages)
+    assert [(m.severity, m.line, m.column) for m in caught.value.messages
+            if "nothing" in m.text] == [("error", 5, 12)]
+    assert "define <nothing>" in caught.value.messages[0].hint
     machine, messages = t2sfst.compile_grammar(main, allow_undefined=True)
     assert language(machine)[("one:1 two:2", "one:1 two:2")] == 0
     assert any(m.severity == "warning" and "nothing" in m.text for m in messages)

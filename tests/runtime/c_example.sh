@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The C example, linked with the runtime library alone, writes what `t2sfst apply` writes:
-# the same outputs, the same reports and the same exit status, on every example grammar.
+# the same outputs, the same reports (under its own name) and the same exit status, on every
+# example grammar.
 set -uo pipefail
 tool=$1 example=$2 examples=$3
 work=$(mktemp -d)
@@ -12,8 +13,9 @@ for name in times commands words; do
   { cat "$examples/$name.txt"; printf 'no such words\n\n  %s  \n' "$(head -n 1 "$examples/$name.txt")"; } > "$work/in"
   "$tool" apply -j 1 "$work/$name.t2s" < "$work/in" > "$work/want" 2> "$work/want.err"
   want_status=$?
-  "$example" "$work/$name.t2s" < "$work/in" > "$work/got" 2> "$work/got.err"
+  "$example" "$work/$name.t2s" < "$work/in" > "$work/got" 2> "$work/got.raw"
   got_status=$?
+  sed 's/^t2s_apply: /t2sfst apply: /' "$work/got.raw" > "$work/got.err"
   if ! cmp -s "$work/want" "$work/got" || ! cmp -s "$work/want.err" "$work/got.err" ||
      [[ $want_status != "$got_status" ]]; then
     echo "$name: the C example differs from t2sfst apply (status $got_status, want $want_status)"
