@@ -4,6 +4,8 @@
 
 #include <cstdio>
 #include <fstream>
+#include <set>
+#include <sstream>
 
 #include "TestUtil.h"
 
@@ -109,6 +111,44 @@ TEST(Tool, AlgebraFlagsAndRefusals) {
                  tool + " compose " + words + " " + out + " | " + tool + " project --output | " +
                  tool + " rmepsilon");
   EXPECT_EQ(r.out, "#FSTBasic MinPlus\nI 0\nT 0 1 DIM DIM\nT 1 2 light light\nF 2\n") << r.err;
+}
+
+TEST(Tool, RelationVerbs) {
+  std::string const a = WriteTempFile("rel_a.fst", "I 0\nT 0 1 b b 1\nT 0 1 a a 2\nT 1 1 c c 0.5\nF 1\n");
+  std::string const t = WriteTempFile("rel_t.fst", "I 0\nT 0 1 a x\nF 1\n");
+  std::string const opt = WriteTempFile("rel_opt.fst", "");
+  ASSERT_EQ(RunCommand(tool + " optimize --keep-total " + a + " " + opt).status, 0);
+  CommandResult r = RunCommand(tool + " equivalent " + a + " " + opt);
+  EXPECT_EQ(r.out, "equivalent\n");
+  EXPECT_EQ(r.status, 0);
+  r = RunCommand(tool + " equivalent " + a + " " + t);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.out.rfind("not equivalent: ", 0), 0u);
+  // intersect wants acceptors; arcsort orders each state's arcs.
+  r = RunCommand(tool + " intersect " + a + " " + t);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "t2sfst intersect: " + t + " is not an acceptor (an arc reads 'a' and writes "
+                   "'x'): use compose, or project it first\n");
+  std::string const unsorted = WriteTempFile("rel_u.fst", "I 0\nT 1 2 w v\nT 0 1 x u\nT 0 1 w x\nF 2\n");
+  EXPECT_EQ(RunCommand(tool + " arcsort " + unsorted).out,
+            "#FSTBasic MinPlus\nI 0\nT 0 1 w x\nT 0 1 x u\nT 1 2 w v\nF 2\n");
+  EXPECT_EQ(RunCommand(tool + " arcsort --sort=output " + unsorted).out,
+            "#FSTBasic MinPlus\nI 0\nT 0 1 x u\nT 0 1 w x\nT 1 2 w v\nF 2\n");
+  // randgen: sentences of a grammar in spoken words with their written forms; the seed decides.
+  std::string const g = WriteTempFile("rel.gram", "#JSGF V1.0;\ngrammar g;\npublic <g> = (one:1 | "
+                                                  "two:2) [and (three:3 | four:4)];\n");
+  r = RunCommand(tool + " randgen -n 20 --seed 5 " + g);
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(RunCommand(tool + " randgen -n 20 --seed 5 " + g).out, r.out);
+  EXPECT_NE(RunCommand(tool + " randgen -n 20 --seed 6 " + g).out, r.out);
+  std::set<std::string> lines;
+  std::istringstream in(r.out);
+  for (std::string line; std::getline(in, line);) lines.insert(line);
+  std::set<std::string> const sentences = {"one\t1", "two\t2", "one and three\t1 and 3",
+                                           "one and four\t1 and 4", "two and three\t2 and 3",
+                                           "two and four\t2 and 4"};
+  for (std::string const& line : lines) EXPECT_TRUE(sentences.count(line)) << line;
+  EXPECT_GE(lines.size(), 4u);
 }
 
 TEST(Tool, InfoReportsStructure) {

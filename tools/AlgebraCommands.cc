@@ -1,5 +1,6 @@
 // Machine algebra in the verb style of WFST toolkits: each command reads machines of any format
 // and writes the stored result as text.
+#include <cstdio>
 #include <cstdlib>
 
 #include "CommandSupport.h"
@@ -21,7 +22,9 @@ int CombineInputs(char const* command, Arguments const& args, size_t at_least, s
     machines.push_back(LoadInput(command, in));
     if (!machines.back()) return 1;
   }
-  FSTGeneric result = FSTBasic(make(machines));
+  FSTGeneric made = make(machines);
+  if (!made) return 1;  // make said why
+  FSTGeneric result = FSTBasic(made);
   result->dump_ascii(file.stream(), true);
   return file.commit() ? 0 : 1;
 }
@@ -45,6 +48,41 @@ int RunConcat(int argc, char** argv) {
   Arguments args(argc, argv);
   return CombineInputs("concat", args, 1, size_t(-1),
                        [](fst::vector<FSTGeneric> const& m) { return FSTConcatenate(m); });
+}
+
+namespace {
+
+// Whether every arc of m has one label for both sides; says so when not.
+bool IsAcceptor(char const* command, FSTGeneric const& m, std::string const& name) {
+  FSTOperandForce(*m);
+  for (int p = 0; p < m->states().size(); ++p)
+    for (FSTArc* a : m->arcs_out(p, FSTArcOrderAny))
+      if (a->input != a->output) {
+        std::fprintf(stderr, "t2sfst %s: %s is not an acceptor (an arc reads '%s' and writes "
+                             "'%s'): use compose, or project it first\n",
+                     command, name.c_str(), FSTstring_map[a->input], FSTstring_map[a->output]);
+        return false;
+      }
+  return true;
+}
+
+}  // namespace
+
+int RunIntersect(int argc, char** argv) {
+  Arguments args(argc, argv);
+  return CombineInputs("intersect", args, 2, 2, [&](fst::vector<FSTGeneric> const& m) {
+    bool const acceptors = IsAcceptor("intersect", m[0], args.positional[0]) &&
+                           IsAcceptor("intersect", m[1], args.positional[1]);
+    return acceptors ? FSTCompose(m[0], m[1]) : FSTGeneric();
+  });
+}
+
+int RunDifference(int argc, char** argv) {
+  Arguments args(argc, argv);
+  return CombineInputs("difference", args, 2, 2, [&](fst::vector<FSTGeneric> const& m) {
+    return IsAcceptor("difference", m[1], args.positional[1]) ? FSTDifference(m[0], m[1])
+                                                              : FSTGeneric();
+  });
 }
 
 int RunInvert(int argc, char** argv) {

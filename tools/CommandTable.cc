@@ -210,6 +210,21 @@ std::vector<Command> const table = {
      {{"A B...", nullptr, "the machines, in order"}},
      {out_option},
      {"t2sfst concat -o sentence.fst prefix.fst body.fst"}},
+    {"intersect", RunIntersect, "[-o OUT] A B", "the intersection of two acceptors",
+     "The acceptor of the strings that both A and B accept, with weights multiplied (their "
+     "composition, for machines whose arcs have one label for both sides).",
+     {{"A", nullptr, "the first acceptor"}, {"B", nullptr, "the second acceptor"}},
+     {out_option},
+     {"t2sfst intersect -o both.fst names.fst words.fst"}},
+    {"difference", RunDifference, "[-o OUT] A B", "what A accepts and the acceptor B does not",
+     "A's paths whose input string B does not accept, with A's weights and outputs. B is read "
+     "as an unweighted acceptor and complemented over the labels of both: its determinized "
+     "form gets an arc for every state and label, so B should be small or its alphabet "
+     "moderate.",
+     {{"A", nullptr, "a machine (a transducer is filtered on its inputs)"},
+      {"B", nullptr, "an acceptor of the strings to take out"}},
+     {out_option},
+     {"t2sfst difference -o rest.fst words.fst stopwords.fst"}},
     {"closure", RunClosure, "[--plus] [--binary] [IN [OUT]]", "the Kleene closure",
      "A machine whose paths are zero or more paths of IN in a row.",
      {in_arg, out_arg},
@@ -240,6 +255,39 @@ std::vector<Command> const table = {
      {in_arg, out_arg},
      {{"-n", "N", "how many paths (default 1)"}, binary},
      {"t2sfst shortestpath -n 3 'input.fst @ rules.fst'"}},
+    {"arcsort", RunArcSort, "[--sort input|output] [--binary] [IN [OUT]]",
+     "sort each state's arcs by label",
+     "Writes IN with each state's arcs sorted by input label (then output label), or by output "
+     "label, as other toolkits expect of a composition's operands. Labels sort by their "
+     "numbers, which follow the order the labels were first met (see 't2sfst help labels').",
+     {in_arg, out_arg},
+     {{"--sort", "SIDE", "input (the default) or output"}, binary},
+     {"t2sfst arcsort --sort output L.fst L.sorted.fst"}},
+    {"equivalent", RunEquivalent, "[--delta D] A B", "whether two machines are equivalent",
+     "Prints \"equivalent\" (exit status 0) when A and B give every pair of input and output "
+     "strings the same weight within D, else \"not equivalent:\" and a string where they "
+     "differ (exit status 1). Both are read as acceptors of label pairs, so two transducers "
+     "that place their outputs differently are not equivalent; both must be determinizable.",
+     {{"A", nullptr, "the first machine"}, {"B", nullptr, "the second machine"}},
+     {delta},
+     {"t2sfst equivalent lexicon.fst lexicon.opt.fst"}},
+    {"randgen", RunRandGen,
+     "[-n N] [--seed S] [--by-weight] [--max-length L] [--machine] [-I DIR]... [IN]",
+     "random paths of a machine, or sentences of a grammar",
+     "Draws N random successful paths of IN and prints each as a line: its input labels, then, "
+     "when the outputs differ, a tab and its output labels. IN may be a JSGF grammar: its "
+     "sentences are printed in spoken words, with their written forms after the tab. At each "
+     "state the walk stops (where the state is final) or takes an arc, each choice equally "
+     "likely unless --by-weight.",
+     {in_arg},
+     {{"-n", "N", "how many paths (default 1)"},
+      {"--seed", "S", "the random generator's seed (default 1): the same seed, the same paths"},
+      {"--by-weight", nullptr,
+       "choose in proportion to the weights, read as probabilities (costs as exp(-cost))"},
+      {"--max-length", "L", "draw again a path longer than L arcs (default 1000)"},
+      {"--machine", nullptr, "write the paths as a machine instead of lines"},
+      include_dir},
+     {"t2sfst randgen -n 10 --seed 7 examples/times.gram"}},
     {"ngram-compile", RunNgramCompile, "ARPA OUT", "compile an ARPA back-off model into a model file",
      "Reads an ARPA back-off model of order 2 or 3 and writes it as an n-gram model file, "
      "which every command reads as a machine: a state per history, an arc per n-gram, an "

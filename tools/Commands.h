@@ -68,5 +68,10 @@ int RunShortestPath(int argc, char** argv);
 int RunNgramCompile(int argc, char** argv);
 int RunNgramScore(int argc, char** argv);
 int RunNgramPack(int argc, char** argv);
+int RunArcSort(int argc, char** argv);
+int RunIntersect(int argc, char** argv);
+int RunDifference(int argc, char** argv);
+int RunEquivalent(int argc, char** argv);
+int RunRandGen(int argc, char** argv);
 
 #endif

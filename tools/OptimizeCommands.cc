@@ -130,3 +130,15 @@ int RunTopsort(int argc, char** argv) {
     return sorted;
   });
 }
+
+int RunArcSort(int argc, char** argv) {
+  Arguments args(argc, argv);
+  std::string const side = args.value("--sort", "input");
+  if (side != "input" && side != "output") return UsageError("arcsort", "--sort is input or output");
+  FSTArcOrder const order = side == "input" ? FSTArcOrderInput : FSTArcOrderOutput;
+  return CopyResult("arcsort", args, [order](FSTGeneric const& m) {
+    FSTGeneric sorted = FSTBasic(m);
+    if (sorted->states().size() > 0) sorted->arcs_out(0, order);  // sorts every state's arcs
+    return sorted;
+  });
+}
