@@ -229,6 +229,17 @@ TEST(Tool, AttRoundTripIsTheIdentity) {
   std::string table = WriteTempFile("n.syms", "<eps>\t0\nfive\t5\n");
   r = RunCommand(tool + " convert --from att --symbols " + table + " " + numeric);
   EXPECT_EQ(r.out, "#FSTBasic MinPlus\nI 0\nT 0 1 five , 0.5\nF 1\n");
+  // Each side through its own table, as other toolkits write them; written tables serve both.
+  std::string const pair = WriteTempFile("p.att", "0\t1\t1\t1\n1\n");
+  std::string const in_table = WriteTempFile("i.syms", "<eps> 0\nhello 1\n");
+  std::string const out_table = WriteTempFile("o.syms", "<eps> 0\nworld 1\n");
+  r = RunCommand(tool + " convert --from att --isymbols " + in_table + " --osymbols=" + out_table +
+                 " " + pair);
+  EXPECT_EQ(r.out, "#FSTBasic MinPlus\nI 0\nT 0 1 hello world\nF 1\n");
+  r = RunCommand(tool + " convert --to att --isymbols " + in_table + " --osymbols " + out_table +
+                 " " + file + " " + att + " && " + tool + " convert --from att --isymbols " +
+                 in_table + " --osymbols " + out_table + " " + att);
+  EXPECT_EQ(r.out, RunCommand(tool + " print " + file).out) << r.err;
   r = RunCommand(tool + " convert --from att --acceptor --semiring MaxPlus " +
                  WriteTempFile("a.att", "0 1 x 2\n1\n"));
   EXPECT_EQ(r.out, "#FSTBasic MaxPlus\nI 0\nT 0 1 x x 2\nF 1\n");

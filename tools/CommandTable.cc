@@ -115,8 +115,9 @@ std::vector<Command> const table = {
      {},
      {"t2sfst info lexicon.fst"}},
     {"convert", RunConvert,
-     "--to att [--symbols FILE] [IN [OUT]]\n"
-     "--from att [--symbols FILE] [--acceptor] [--semiring NAME] [IN [OUT]]\n"
+     "--to att [--symbols FILE | --isymbols FILE --osymbols FILE] [IN [OUT]]\n"
+     "--from att [--symbols FILE | --isymbols FILE --osymbols FILE] [--acceptor] "
+     "[--semiring NAME] [IN [OUT]]\n"
      "--to binary [IN [OUT]]\n"
      "--to mmap [--order any|input|output] [--labels FILE] IN OUT",
      "AT&T text to and from the text format; the binary and memory-mapped formats",
@@ -128,8 +129,12 @@ std::vector<Command> const table = {
      {{"--to", "FORMAT", "att, binary or mmap"},
       {"--from", "FORMAT", "att: read AT&T text"},
       {"--symbols", "FILE",
-       "the symbol table: written with --to att, read with --from att (without one, the "
-       "labels are the numbers themselves)"},
+       "the symbol table of both sides: written with --to att, read with --from att "
+       "(without one, the fields are the labels' names)"},
+      {"--isymbols", "FILE",
+       "the input side's table, as other toolkits keep it apart (written: the table of every "
+       "label used, which serves both sides)"},
+      {"--osymbols", "FILE", "the output side's table"},
       {"--acceptor", nullptr, "--from att: the arcs have one label, for both sides"},
       {"--semiring", "NAME", "--from att: MinPlus (the default), PlusTimes, MaxTimes or MinMax"},
       {"--order", "ORDER",

@@ -34,29 +34,40 @@ FSTSemiringBase const* SemiringNamed(std::string const& name) {
   return nullptr;
 }
 
-int ReadAtt(std::istream& is, std::string const& name, std::ostream& os,
-            std::string const& symbols_path, bool acceptor, FSTSemiringBase const* semiring) {
-  // With a symbol table, a field is a name in it or else an id of it; without one, a name.
+// A symbol table read from a file: a field is a name in it or else one of its ids.
+struct SymbolTable {
   std::map<std::string, std::string> id_to_name;
   std::map<std::string, bool> names;
-  if (!symbols_path.empty()) {
-    std::ifstream symbols(symbols_path);
+
+  bool read(std::string const& path) {
+    if (path.empty()) return true;
+    std::ifstream symbols(path);
     if (!symbols) {
-      std::fprintf(stderr, "t2sfst convert: cannot read %s\n", symbols_path.c_str());
-      return 1;
+      std::fprintf(stderr, "t2sfst convert: cannot read %s: %s\n", path.c_str(), std::strerror(errno));
+      return false;
     }
     std::string text, id;
     while (symbols >> text >> id) {
       id_to_name[id] = text;
       names[text] = true;
     }
+    return true;
   }
-  auto label = [&](std::string const& field) {
+
+  int label(std::string const& field) {
     std::string text = field;
     if (!names.count(field) && id_to_name.count(field)) text = id_to_name[field];
     if (text == epsilon_name || (!id_to_name.empty() && id_to_name["0"] == text)) return 0;
     return FSTstring_map[FSTUnescapeLabel(text)];
-  };
+  }
+};
+
+int ReadAtt(std::istream& is, std::string const& name, std::ostream& os,
+            std::string const& input_symbols, std::string const& output_symbols, bool acceptor,
+            FSTSemiringBase const* semiring) {
+  // Without a table, a field is a name.
+  SymbolTable inputs, outputs;
+  if (!inputs.read(input_symbols) || !outputs.read(output_symbols)) return 1;
   FSTGeneric m = FSTBasic(semiring);
   std::string line;
   int line_number = 0;
@@ -89,8 +100,8 @@ int ReadAtt(std::istream& is, std::string const& name, std::ostream& os,
       m->set_final(int(from), float(weight));
       continue;
     }
-    int in = label(f[2]);
-    int out = acceptor ? in : label(f[3]);
+    int in = inputs.label(f[2]);
+    int out = acceptor ? in : outputs.label(f[3]);
     m->add_arc(int(from), int(to), in, out, float(weight));
   }
   m->dump_ascii(os, true);
@@ -134,6 +145,9 @@ int RunConvert(int argc, char** argv) {
   std::string out = args.positional.size() > 1 ? args.positional[1] : "";
   if (to == "mmap" && (out.empty() || out == "-"))
     return UsageError("convert", "a memory-mapped machine needs an OUT file");
+  // One table for both sides, or one for each (other toolkits keep them apart).
+  std::string const isymbols = args.value("--isymbols", args.value("--symbols"));
+  std::string const osymbols = args.value("--osymbols", args.value("--symbols"));
   FSTSemiringBase const* semiring = SemiringNamed(args.value("--semiring", "MinPlus"));
   if (!semiring) return UsageError("convert", "unknown semiring");
   OutputFile output("convert", out);
@@ -144,9 +158,19 @@ int RunConvert(int argc, char** argv) {
     if (!m) return 1;
     if (to == "binary") m->dump_binary(output.stream());
     else if (to == "mmap") m->dump_mmap(output.temp_path().c_str(), order);
-    else status = WriteAtt(m, output.stream(), args.value("--symbols"));
+    else status = WriteAtt(m, output.stream(), isymbols.empty() ? osymbols : isymbols);
+    // The table lists every label of both sides: it serves each side.
+    if (status == 0 && !isymbols.empty() && !osymbols.empty() && osymbols != isymbols) {
+      std::ifstream table(isymbols, std::ios::binary);
+      std::ofstream copy(osymbols, std::ios::binary);
+      copy << table.rdbuf();
+      if (!copy) {
+        std::fprintf(stderr, "t2sfst convert: cannot write %s\n", osymbols.c_str());
+        status = 1;
+      }
+    }
   } else if (in.empty() || in == "-") {
-    status = ReadAtt(std::cin, "standard input", output.stream(), args.value("--symbols"),
+    status = ReadAtt(std::cin, "standard input", output.stream(), isymbols, osymbols,
                      args.has("--acceptor"), semiring);
   } else {
     std::ifstream in_file(in);
@@ -154,7 +178,7 @@ int RunConvert(int argc, char** argv) {
       std::fprintf(stderr, "t2sfst convert: cannot read %s: %s\n", in.c_str(), std::strerror(errno));
       return 1;
     }
-    status = ReadAtt(in_file, in, output.stream(), args.value("--symbols"), args.has("--acceptor"),
+    status = ReadAtt(in_file, in, output.stream(), isymbols, osymbols, args.has("--acceptor"),
                      semiring);
   }
   if (status != 0) return status;
