@@ -17,14 +17,18 @@ int CombineInputs(char const* command, Arguments const& args, size_t at_least, s
     return UsageError(command, "wrong number of machines");
   OutputFile file(command, args.value("-o"));
   if (!file.ok()) return 1;
+  Progress progress(command, args);
+  progress.stage("reading");
   fst::vector<FSTGeneric> machines;
   for (std::string const& in : args.positional) {
     machines.push_back(LoadInput(command, in));
     if (!machines.back()) return 1;
   }
+  progress.stage("computing");
   FSTGeneric made = make(machines);
   if (!made) return 1;  // make said why
   FSTGeneric result = FSTBasic(made);
+  progress.stage("writing");
   result->dump_ascii(file.stream(), true);
   return file.commit() ? 0 : 1;
 }

@@ -8,7 +8,11 @@
 #include <climits>
 #include <cstdlib>
 #include <cstdio>
+#include <chrono>
+#include <condition_variable>
 #include <cstring>
+#include <mutex>
+#include <thread>
 #include <fstream>
 #include <iostream>
 
@@ -396,4 +400,61 @@ bool OutputFile::commit() {
 int UsageError(char const* command, char const* message) {
   std::fprintf(stderr, "t2sfst %s: %s (see 't2sfst help %s')\n", command, message, command);
   return 2;
+}
+
+struct Progress::State {
+  char const* command;
+  std::mutex mutex;
+  std::condition_variable wake;
+  std::string stage;
+  bool done = false, shown = false;
+  std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+  std::thread ticker;
+
+  void erase() {  // under the lock
+    if (shown) std::fprintf(stderr, "\r\033[K");
+    shown = false;
+  }
+};
+
+Progress::Progress(char const* command, Arguments const& args) {
+  if (args.has("--quiet") || !isatty(STDERR_FILENO)) return;
+  _state = new State;
+  _state->command = command;
+  _state->ticker = std::thread([s = _state] {
+    std::unique_lock<std::mutex> lock(s->mutex);
+    while (!s->wake.wait_for(lock, std::chrono::seconds(1), [s] { return s->done; })) {
+      auto const seconds = std::chrono::duration_cast<std::chrono::seconds>(
+                               std::chrono::steady_clock::now() - s->start)
+                               .count();
+      std::fprintf(stderr, "\r\033[Kt2sfst %s: %s... %lld s", s->command, s->stage.c_str(),
+                   static_cast<long long>(seconds));
+      std::fflush(stderr);
+      s->shown = true;
+    }
+    s->erase();
+  });
+}
+
+Progress::~Progress() {
+  if (!_state) return;
+  {
+    std::lock_guard<std::mutex> lock(_state->mutex);
+    _state->done = true;
+  }
+  _state->wake.notify_all();
+  _state->ticker.join();
+  delete _state;
+}
+
+void Progress::stage(char const* name) {
+  if (!_state) return;
+  std::lock_guard<std::mutex> lock(_state->mutex);
+  _state->stage = name;
+}
+
+void Progress::clear() {
+  if (!_state) return;
+  std::lock_guard<std::mutex> lock(_state->mutex);
+  _state->erase();
 }

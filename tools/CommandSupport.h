@@ -102,6 +102,23 @@ bool CompileGrammar(char const* command, Arguments const& args, std::string cons
 // Exit status for wrong usage, after printing the command's usage line.
 int UsageError(char const* command, char const* message);
 
+// Progress of long work on standard error, when it is a terminal and --quiet was not given: after
+// a second, one line "t2sfst COMMAND: STAGE... N s", rewritten each second and erased when the
+// work ends (or when the next message is due: call clear() before writing one).
+class Progress {
+ public:
+  Progress(char const* command, Arguments const& args);
+  ~Progress();
+  Progress(Progress const&) = delete;
+  Progress& operator=(Progress const&) = delete;
+  void stage(char const* name);
+  void clear();
+
+ private:
+  struct State;
+  State* _state = nullptr;
+};
+
 // Loads IN, applies make to it, writes the stored result to OUT (standard output by default),
 // as text or, with --binary, in the binary format. make gets the only handle on the input (as
 // an rvalue), so it may release the input early; a null result from make (after its message)
@@ -113,11 +130,15 @@ int CopyResult(char const* command, Arguments const& args, Make make) {
   std::string out = args.positional.size() > 1 ? args.positional[1] : "";
   OutputFile file(command, out);
   if (!file.ok()) return 1;
+  Progress progress(command, args);
+  progress.stage("reading");
   FSTGeneric m = LoadInput(command, in);
   if (!m) return 1;
+  progress.stage("computing");
   FSTGeneric made = make(std::move(m));
   if (!made) return 1;  // make said why; OUT stays as it was
   FSTGeneric result = FSTBasic(made);
+  progress.stage("writing");
   if (args.has("--binary"))
     result->dump_binary(file.stream());
   else

@@ -25,6 +25,8 @@ Option const limit{"--limit", "N",
 Option const keep_total{"--keep-total", nullptr,
                         "keep the total weight of the paths (the weight pushing divides out) on "
                         "the initial state, so that paths weigh what they weighed"};
+Option const quiet{"--quiet", nullptr,
+                   "no progress line (shown on a terminal while long work runs)"};
 Option const allow_undefined{"--allow-undefined", nullptr,
                              "a reference to a rule that is not defined matches nothing instead "
                              "of failing the build"};
@@ -38,7 +40,7 @@ Option const grammar_arg{"GRAMMAR", nullptr, "a JSGF grammar file (\"#JSGF V1.0;
 
 std::vector<Command> const table = {
     {"make-model", RunMakeModel,
-     "[-I DIR]... [--allow-undefined] [--max-states N] GRAMMAR MODEL",
+     "[-I DIR]... [--allow-undefined] [--max-states N] [--quiet] GRAMMAR MODEL",
      "compile a JSGF grammar into a packed T2S model",
      "Compiles GRAMMAR with its imports, optimizes it, expands its labels to one byte per arc, "
      "optimizes again and writes the packed model that 'apply' and the C runtime read. Every "
@@ -50,7 +52,9 @@ std::vector<Command> const table = {
      "(split at the last ':'); a plain token writes itself; tags vanish; weights /w/ on "
      "alternatives choose among outputs over the same words.",
      {grammar_arg, {"MODEL", nullptr, "the model file to write"}},
-     {include_dir, allow_undefined, max_states},
+     {include_dir, allow_undefined, max_states,
+      {"--quiet", nullptr,
+       "no progress line (shown on a terminal while the build runs) and no summary"}},
      {"t2sfst make-model examples/times.gram times.t2s"}},
     {"apply", RunApply,
      "[--rewrite] [--sep S] [-j N] [--line-buffered] MODEL [TEXT...]",
@@ -162,7 +166,8 @@ std::vector<Command> const table = {
      {{"--acceptor", nullptr, "determinize label pairs, as an acceptor"}, limit, delta, binary},
      {"t2sfst determinize --acceptor lexicon.fst lexicon.det.fst"}},
     {"optimize", RunOptimize,
-     "[--pipeline default|2|A|2A] [--limit N] [--delta D] [--keep-total] [--binary] [IN [OUT]]",
+     "[--pipeline default|2|A|2A] [--limit N] [--delta D] [--keep-total] [--quiet] [--binary] "
+     "[IN [OUT]]",
      "remove epsilons, push weights, determinize and minimize",
      "Runs an optimization pipeline and writes an epsilon-free, pushed, deterministic, minimal "
      "machine. Pushing leaves the best path (in MinPlus) weighing nothing, unless "
@@ -172,7 +177,7 @@ std::vector<Command> const table = {
        "default: remove epsilons, push, determinize, minimize; 2: push before removing "
        "epsilons; A and 2A: the same with epsilon removal and determinization done as an "
        "acceptor of label pairs (what the model builder does)"},
-      limit, delta, keep_total, binary},
+      limit, delta, keep_total, quiet, binary},
      {"t2sfst optimize --pipeline A grammar.fst grammar.opt.fst"}},
     {"push", RunPush, "[--keep-total] [--binary] [IN [OUT]]",
      "push weights towards the initial state",
@@ -198,12 +203,12 @@ std::vector<Command> const table = {
      {in_arg, out_arg},
      {binary},
      {"t2sfst topsort lattice.fst lattice.sorted.fst"}},
-    {"compose", RunCompose, "[-o OUT] A B", "the composition of two transducers",
+    {"compose", RunCompose, "[-o OUT] [--quiet] A B", "the composition of two transducers",
      "The machine that reads A's inputs and writes B's outputs where B reads A's outputs, with "
      "weights multiplied.",
      {{"A", nullptr, "the first machine (any format or an expression)"},
       {"B", nullptr, "the second machine"}},
-     {out_option},
+     {out_option, quiet},
      {"t2sfst compose -o LG.fst L.fst G.fst"}},
     {"union", RunUnion, "[-o OUT] A B...", "the union of machines",
      "A machine that accepts what any of the machines accepts.",

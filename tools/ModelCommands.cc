@@ -24,10 +24,15 @@ int RunMakeModel(int argc, char** argv) {
   OutputFile output("make-model", model_path);
   if (!output.ok()) return 1;
   auto start = std::chrono::steady_clock::now();
+  Progress progress("make-model", args);
+  progress.stage("compiling the grammar");
   FSTGeneric compiled;
-  if (!CompileGrammar("make-model", args, grammar, FSTJsgfOptions(), compiled)) return 1;
+  bool const compiled_ok = CompileGrammar("make-model", args, grammar, FSTJsgfOptions(), compiled);
+  if (!compiled_ok) return 1;
   // Built beside the model and renamed into place: a failure or a kill never costs the old one.
-  T2sBuildModel(compiled, output.temp_path().c_str());
+  T2sBuildModel(compiled, output.temp_path().c_str(),
+                [&progress](char const* stage) { progress.stage(stage); });
+  progress.clear();
   char error[256];
   t2s_model* model = t2s_model_load(output.temp_path().c_str(), error, sizeof error);
   if (!model) {
@@ -41,7 +46,8 @@ int RunMakeModel(int argc, char** argv) {
     return 1;
   }
   double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
-  std::printf("%s: %u states, %u arcs, %u output strings, %lld bytes, %.3f s\n", model_path.c_str(),
+  if (!args.has("--quiet"))
+    std::printf("%s: %u states, %u arcs, %u output strings, %lld bytes, %.3f s\n", model_path.c_str(),
               t2s_model_num_states(model), t2s_model_num_arcs(model), t2s_model_num_strings(model),
               bytes, seconds);
   t2s_model_free(model);

@@ -10,23 +10,31 @@
 #include "T2sBuilder.h"
 #include "T2sModel.h"
 
-void T2sBuildModel(FSTGeneric const& compiled, char const* model_path) {
+void T2sBuildModel(FSTGeneric const& compiled, char const* model_path,
+                   std::function<void(char const*)> const& stage) {
+  auto begin = [&stage](char const* name) {
+    if (stage) stage(name);
+  };
   // 3-4. Optimise, keep the input side.
+  begin("optimizing the grammar");
   FSTGeneric machine = FSTOptimizeA(compiled, 1, 0.001f);
   machine = FSTProject(machine, FSTArcOrderInput, FSTArcOrderAny);
   // 5-6. One byte per arc, written as text where the model will go.
+  begin("expanding labels to bytes");
   std::string text = ConvertLabelToCharValue(machine);
   {
     std::ofstream out(model_path, std::ios::binary | std::ios::trunc);
     out << text;
   }
   // 7-8. Read back and optimise at the byte level.
+  begin("optimizing the byte-level machine");
   machine = FSTLoad(model_path);
   machine = FSTOptimizeA(std::move(machine), 1, 0.001f);
   // 9. The final text form (kept for inspection while debugging; it does not reach the model).
   std::string final_text = FstDumpAscii(machine);
   (void)final_text;
   // 10. The packed model replaces the text. The model is released here rather than kept.
+  begin("packing the model");
   std::unique_ptr<FstModel> model(FstDumpBinary(machine));
   SaveModel(model_path, model.get());
 }

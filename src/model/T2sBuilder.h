@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <iosfwd>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -15,7 +16,9 @@
 // The model builder's stages after compilation: optimise, project, expand to bytes, write the
 // text to path, load it back, optimise again and write the packed model over it. The compiled
 // grammar is the machine that FSTJsgfParseString or FSTJsgfCompileFile gives.
-void T2sBuildModel(FSTGeneric const& compiled, char const* path);
+// stage, when given, hears the name of each step as it begins (for progress reports).
+void T2sBuildModel(FSTGeneric const& compiled, char const* path,
+                   std::function<void(char const*)> const& stage = nullptr);
 
 // ---- character expansion ----
 
