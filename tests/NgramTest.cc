@@ -214,6 +214,25 @@ TEST(Ngram, PackedFileAndCommands) {
   std::string bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
   EXPECT_EQ(bytes.substr(0, 8), "T2SNGRAM");
   EXPECT_EQ(r.out, "MD5 (" + packed + ") = " + FSTMd5Hex(bytes) + "\n");
+  // Read back, the packed file is the model (this one has fewer values than levels: exact),
+  // for the library and for every command.
+  std::istringstream packed_in(bytes);
+  FSTGeneric unpacked = FSTNgramLoadPacked(packed_in, packed);
+  FSTGeneric original = FSTLoad(model);
+  FSTNgramTables const &u = FSTNgramCast(unpacked)->tables(), &o = FSTNgramCast(original)->tables();
+  ASSERT_EQ(u.entries.size(), o.entries.size());
+  for (auto const& [key, entry] : o.entries) {
+    ASSERT_TRUE(u.entries.count(key));
+    EXPECT_NEAR(u.entries.at(key).cost, entry.cost, 1e-5f);
+    EXPECT_NEAR(u.entries.at(key).backoff, entry.backoff, 1e-5f);
+  }
+  EXPECT_EQ(RunCommand(tool + " ngram-score " + packed + " 'a b' 'b a' 'c'").out,
+            "1.3816\n7.8288\n6.2170\n");
+  EXPECT_NE(RunCommand(tool + " info " + packed).out.find("representation    FSTNgram"),
+            std::string::npos);
+  r = RunCommand(tool + " ngram-score " + WriteTempFile("cut.packed", bytes.substr(0, 40)) + " a");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_NE(r.err.find("cut.packed is truncated"), std::string::npos) << r.err;
   r = RunCommand(tool + " ngram-compile " + WriteTempFile("bad.arpa", "\\data\\\nngram 1=1\n") + " " + model);
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.err.find("line 3: unigram-only"), std::string::npos) << r.err;

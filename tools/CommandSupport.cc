@@ -158,7 +158,6 @@ std::string WrongKindOfFile(std::string const& path, FileKind expected) {
              : "a text machine";
   switch (expected) {
     case FileKind::machine:
-      if (packed) return " is a packed n-gram model (written by ngram-pack), which no command reads yet";
       if (grammar) return " is a JSGF grammar, not a machine: compile it with t2sfst compile-grammar";
       if (is_model())
         return " is a T2S model: print, draw and info read it as a machine, other commands do not";
@@ -205,6 +204,14 @@ FSTGeneric LoadInput(char const* command, std::string const& path) {
     }
   }
   if (!path.empty() && path != "-") {
+    // A packed n-gram model reads as the model it packs.
+    char head[8] = {};
+    std::ifstream file(path, std::ios::binary);
+    file.read(head, sizeof head);
+    if (FSTNgramIsPacked(head, size_t(file.gcount()))) {
+      file.seekg(0);
+      return FSTNgramLoadPacked(file, path);
+    }
     std::string wrong = WrongKindOfFile(path, FileKind::machine);
     if (!wrong.empty()) {
       std::fprintf(stderr, "t2sfst %s: %s%s\n", command, path.c_str(), wrong.c_str());

@@ -29,15 +29,6 @@ size_t length_of(FSTNgramKey const& key) {
   return n;
 }
 
-// Whether an n-gram's context is in the model: its history always; its suffix for a bigram (a
-// unigram). A pruned model may lack a trigram's suffix bigram: the trigram then leads to the
-// longest history that ends it, and the suffix's back-off weight is one.
-bool linked(FSTNgramTables const& tables, std::vector<int> const& words) {
-  if (words.size() < 2) return true;
-  if (!tables.find({words.begin(), words.end() - 1})) return false;
-  return words.size() > 2 || tables.find({words.begin() + 1, words.end()});
-}
-
 }  // namespace
 
 // ---- tables -------------------------------------------------------------------------------------
@@ -51,6 +42,12 @@ void FSTNgramTables::add(std::vector<int> const& words, float cost, float backof
   }
   if (keys.size() < words.size()) keys.resize(words.size());
   keys[words.size() - 1].push_back(key);
+}
+
+bool FSTNgramTables::linked(std::vector<int> const& words) const {
+  if (words.size() < 2) return true;
+  if (!find({words.begin(), words.end() - 1})) return false;
+  return words.size() > 2 || find({words.begin() + 1, words.end()});
 }
 
 FSTNgramEntry const* FSTNgramTables::find(std::vector<int> const& words) const {
@@ -304,7 +301,7 @@ bool FSTNgramReadArpa(std::istream& is, char const* name, FSTGeneric& result, st
         if (f[j].find('\0') != std::string::npos) return fail("a word holds a NUL byte");
         words.push_back(FSTstring_map[f[j]]);
       }
-      if (!linked(tables, words))
+      if (!tables.linked(words))
         return fail("an n-gram whose history or suffix is not in the model: " + line);
       // log10 -99 is the ARPA convention for "never": keep it as a large finite cost.
       tables.add(words, -logp * ln10 + 0.0f, -backoff * ln10 + 0.0f);  // no -0
@@ -353,7 +350,7 @@ FSTNgramTables FSTNgramReadText(std::istream& is, char const* header, int order)
         fail("expected a cost, the words and an optional back-off cost");
       std::vector<int> words;
       for (int j = 1; j <= k; ++j) words.push_back(FSTstring_map[FSTUnescapeLabel(f[size_t(j)])]);
-      if (!linked(tables, words))
+      if (!tables.linked(words))
         fail("an n-gram whose history or suffix is not in the model");
       tables.add(words, cost, backoff);
     }

@@ -53,6 +53,10 @@ struct FSTNgramTables {
   // Adds or replaces an n-gram of words (1 to order of them).
   void add(std::vector<int> const& words, float cost, float backoff);
   FSTNgramEntry const* find(std::vector<int> const& words) const;
+  // Whether an n-gram's context is in the model: its history always; its suffix for a bigram (a
+  // unigram). A pruned model may lack a trigram's suffix bigram: the trigram then leads to the
+  // longest history that ends it, and the suffix's back-off weight is one.
+  bool linked(std::vector<int> const& words) const;
   // The cost of word after history (oldest first; only the last order - 1 words count), with
   // back-off applied; infinity (1e30) when the word is not in the model.
   float cost(std::vector<int> const& history, int word) const;

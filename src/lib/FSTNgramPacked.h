@@ -6,10 +6,12 @@
 //   for k = 1 .. order: u32 count, then count records of k u32 word indices (into the words
 //   above), a u8 cost level and, below the highest order, a u8 back-off level
 //
-// Writing is linear in the n-grams plus the quantizer's training (n log n).
+// Writing is linear in the n-grams plus the quantizer's training (n log n); reading is linear
+// in the file, every count and index checked against what the file can hold.
 #ifndef T2SFST_FSTNGRAMPACKED_H
 #define T2SFST_FSTNGRAMPACKED_H
 
+#include <iosfwd>
 #include <string>
 
 #include "FSTGeneric.h"
@@ -20,5 +22,13 @@
 std::string FSTNgramDumpPacked(FSTGeneric const& model, char const* path);
 // The same without printing.
 std::string FSTNgramDumpPackedQuiet(FSTGeneric const& model, char const* path);
+
+// Whether the bytes start like a packed file ("T2SNGRAM").
+bool FSTNgramIsPacked(char const* head, size_t size);
+
+// A model read back from a packed file (costs at their quantized levels), as FSTNgram2Rep or
+// FSTNgram3Rep. A file that is truncated, longer than its contents or inconsistent (an order
+// other than 2 or 3, an index or level out of range) is fatal, naming it.
+FSTGeneric FSTNgramLoadPacked(std::istream& is, std::string const& name);
 
 #endif
