@@ -84,8 +84,9 @@ TEST(CommandLine, ReadmeShowsTheHelpPages) {
   size_t const from = readme.find('\n', readme.find(begin)) + 1, to = readme.find(end);
   ASSERT_NE(readme.find(begin), std::string::npos);
   ASSERT_NE(to, std::string::npos);
-  EXPECT_EQ(readme.substr(from, to - from), RunCommand(tool + " help --markdown").out)
-      << "run 'make readme'";
+  // Compared whole, reported short: the pages run to a thousand lines.
+  EXPECT_TRUE(readme.substr(from, to - from) == RunCommand(tool + " help --markdown").out)
+      << "the README's command section differs from the help pages: run 'make readme'";
 }
 
 TEST(CommandLine, OptionSyntax) {
@@ -131,6 +132,15 @@ TEST(CommandLine, ApplyAnswersEachLineAtOnce) {
   r = RunCommand("printf 'hello world\\nhello\\n' | " + tool + " apply --line-buffered " + model);
   EXPECT_EQ(r.out, "hi world\n\n");
   EXPECT_EQ(r.err, "t2sfst apply: line 2: no match\n");
+  // try shows each answer with the pieces of the line that wrote it.
+  std::string const spoken = WriteTempFile(
+      "try.gram", "#JSGF V1.0;\ngrammar t;\npublic <t> = \"new york:NY\" | (off: | to:2) city;\n");
+  ASSERT_EQ(RunCommand(tool + " make-model " + spoken + " " + model).status, 0);
+  r = RunCommand("printf 'new  york\\noff city\\nx\\n' | " + tool + " try " + model);
+  EXPECT_EQ(r.out,
+            "NY\n  new york                       -> NY\n  weight 0\n"
+            "city\n  off city                       -> city\n  weight 0\n"
+            "(no match)\n");
 }
 
 }  // namespace

@@ -214,18 +214,8 @@ int RunApply(int argc, char** argv) {
   // At a terminal, or for a program that waits for each answer, a line at a time.
   bool const line_by_line = args.has("--line-buffered") || isatty(STDIN_FILENO);
   if (line_by_line) jobs = 1;
-  std::string const& path = args.positional[0];
-  std::string wrong = path == "-" ? "" : WrongKindOfFile(path, FileKind::model);
-  if (!wrong.empty()) {
-    std::fprintf(stderr, "t2sfst apply: %s%s\n", path.c_str(), wrong.c_str());
-    return 1;
-  }
-  char error[256];
-  t2s_model* model = t2s_model_load(path.c_str(), error, sizeof error);
-  if (!model) {
-    std::fprintf(stderr, "t2sfst apply: %s: %s\n", path.c_str(), error);
-    return 1;
-  }
+  t2s_model* model = LoadModel("apply", args.positional[0]);
+  if (!model) return 1;
   T2sJoinedOutputs const joined(model, args.value("--sep", " "));
   bool const rewrite = args.has("--rewrite");
   bool all_matched = true;

@@ -76,6 +76,13 @@ std::vector<Command> const table = {
        "it (the default when standard input is a terminal)"}},
      {"t2sfst apply times.t2s 'twenty five past nine'",
       "t2sfst apply --rewrite -j 2 times.t2s < recognised.txt > written.txt"}},
+    {"try", RunTry, "[--sep S] MODEL", "try a model line by line, seeing the path taken",
+     "Reads lines (typed, or from standard input) and answers each at once: the output, as "
+     "'apply' writes it, then the path that gave it, as pieces of the spoken line and what each "
+     "wrote, and the path's weight. A line the model does not read gives \"(no match)\".",
+     {{"MODEL", nullptr, "a model built by make-model"}},
+     {{"--sep", "S", "the text between two outputs (default one blank)"}},
+     {"t2sfst try times.t2s"}},
     {"compile-grammar", RunCompileGrammar,
      "[-o OUT] [--format text|att|dot] [-I DIR]... [--max-states N] [--drop-tags] "
      "[--no-output] [--mark-rules] [--pauses] [--split-tokens] [--allow-undefined] "
