@@ -223,9 +223,11 @@ py::tuple Compiled(bool ok, FSTGeneric const& machine, std::string const& messag
 // A loaded T2S model and the applying state its single calls reuse.
 class Model {
  public:
-  Model(std::string const& path, std::string const& separator) : path_(path) {
+  Model(std::string const& path, std::string const& separator, bool ignore_case)
+      : path_(path), ignore_case_(ignore_case) {
     char error[256];
-    model_ = t2s_model_load(path.c_str(), error, sizeof error);
+    model_ = t2s_model_load_with(path.c_str(), ignore_case ? T2S_IGNORE_CASE : 0, error,
+                                 sizeof error);
     if (!model_) Raise("Error", error, path);
     joined_ = std::make_unique<T2sJoinedOutputs>(model_, separator);
   }
@@ -241,7 +243,7 @@ class Model {
   // One text, with the interpreter lock held (which keeps the reused applier to one thread).
   py::object One(std::string const& text, bool rewrite) {
     auto& applier = applier_[rewrite];
-    if (!applier) applier = std::make_unique<T2sLineApplier>(model_, *joined_, rewrite);
+    if (!applier) applier = std::make_unique<T2sLineApplier>(model_, *joined_, rewrite, ignore_case_);
     if (!applier->ok()) throw std::bad_alloc();
     T2sText const line(text.data(), text.size());
     out_.Truncate(0);
@@ -277,7 +279,7 @@ class Model {
     bool failed = false;
     auto decode = [&](size_t begin, size_t end) {
       constexpr size_t kChunk = 4096;
-      T2sLineApplier applier(model_, *joined_, rewrite);
+      T2sLineApplier applier(model_, *joined_, rewrite, ignore_case_);
       T2sOutputBuffer out;
       std::vector<size_t> ends;
       std::vector<bool> found;
@@ -333,7 +335,7 @@ class Model {
       py::gil_scoped_release unlocked;
       std::vector<T2sText> lines;
       T2sSplitLines(data, size_t(size), lines);
-      T2sLineApplier applier(model_, *joined_, rewrite);
+      T2sLineApplier applier(model_, *joined_, rewrite, ignore_case_);
       ok = applier.ok() && applier.Lines(lines.data(), lines.size(), out, [](size_t) {}) == lines.size();
     }
     if (!ok) throw std::bad_alloc();
@@ -345,6 +347,7 @@ class Model {
   t2s_model* model_ = nullptr;
   std::unique_ptr<T2sJoinedOutputs> joined_;
   std::unique_ptr<T2sLineApplier> applier_[2];
+  bool ignore_case_;
   T2sOutputBuffer out_;
   std::vector<size_t> ends_;
   std::vector<bool> found_;
@@ -500,7 +503,7 @@ PYBIND11_MODULE(_core, module) {
   });
 
   py::class_<Model>(module, "_Model")
-      .def(py::init<std::string const&, std::string const&>())
+      .def(py::init<std::string const&, std::string const&, bool>())
       .def("apply", [](Model& m, std::string const& text) { return m.One(text, false); })
       .def("rewrite", [](Model& m, std::string const& text) { return m.One(text, true); })
       .def("apply_many", [](Model& m, py::handle texts, unsigned threads) {

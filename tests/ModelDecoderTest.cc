@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <map>
 #include <optional>
@@ -128,6 +129,7 @@ TEST(ModelDecoder, AgreesWithAPlainSearchOnRandomModels) {
       for (size_t k = rng() % (p % 3 ? 6 : 40); k > 0; --k) {
         // Every fourth model reads letters only: most of its texts take the clean path.
         uint8_t input = uint8_t(inputs[round % 4 == 3 ? 1 + rng() % 3 : rng() % 6]);
+        if (round % 5 == 4 && input >= 'a' && rng() % 2) input = uint8_t(std::toupper(input));
         float weight = float(rng() % 8) / 2;
         if (input && rng() % 5 == 0) weight = -weight;  // never on an epsilon cycle
         // Every other model emits rarely, so that many texts have one path silent inside words.
@@ -136,107 +138,125 @@ TEST(ModelDecoder, AgreesWithAPlainSearchOnRandomModels) {
       }
     }
     std::string const bytes = Pack(m);
-    char error[256];
-    t2s_model* model = t2s_model_from_memory(bytes.data(), bytes.size(), error, sizeof error);
-    ASSERT_NE(model, nullptr) << error;
-    // A look inside gives each state's arcs as packed, sorted by input.
-    for (uint32_t p = 0, first, end; p < n_states; ++p) {
-      int final;
-      ASSERT_TRUE(t2s_model_state(model, p, &first, &end, &final));
-      EXPECT_EQ(final, m.final[p]);
-      using Seen = std::tuple<uint8_t, uint32_t, int32_t, float>;
-      std::vector<Seen> seen, packed;
-      for (uint32_t a = first; a < end; ++a) {
-        Seen arc;
-        t2s_model_arc(model, a, &std::get<0>(arc), &std::get<1>(arc), &std::get<2>(arc),
-                      &std::get<3>(arc));
-        EXPECT_TRUE(seen.empty() || std::get<0>(seen.back()) <= std::get<0>(arc));
-        seen.push_back(arc);
+    // Loaded to ignore case, the model reads as its arcs with capitals made small would read
+    // the text with capitals made small: every check below holds of that.
+    Model lowered = m;
+    for (auto& arcs : lowered.arcs)
+      for (Arc& a : arcs) a.input = uint8_t(std::tolower(a.input));
+    for (int fold = 0; fold < 2; ++fold) {
+      Model const& m_read = fold ? lowered : m;
+      auto Reference = [&](Model const&, std::string const& text) {
+        std::string small = text;
+        for (char& c : small) c = char(std::tolower(static_cast<unsigned char>(c)));
+        return ::Reference(m_read, fold ? small : text);
+      };
+      char error[256];
+      t2s_model* model = t2s_model_from_memory_with(
+          bytes.data(), bytes.size(), fold ? T2S_IGNORE_CASE : 0, error, sizeof error);
+      ASSERT_NE(model, nullptr) << error;
+      // A look inside gives each state's arcs as packed, sorted by input.
+      for (uint32_t p = 0, first, end; p < n_states; ++p) {
+        int final;
+        ASSERT_TRUE(t2s_model_state(model, p, &first, &end, &final));
+        EXPECT_EQ(final, m.final[p]);
+        using Seen = std::tuple<uint8_t, uint32_t, int32_t, float>;
+        std::vector<Seen> seen, packed;
+        for (uint32_t a = first; a < end; ++a) {
+          Seen arc;
+          t2s_model_arc(model, a, &std::get<0>(arc), &std::get<1>(arc), &std::get<2>(arc),
+                        &std::get<3>(arc));
+          EXPECT_TRUE(seen.empty() || std::get<0>(seen.back()) <= std::get<0>(arc));
+          seen.push_back(arc);
+        }
+        for (Arc const& a : m_read.arcs[p])
+          packed.emplace_back(a.input, a.output, int32_t(a.next), a.weight);
+        std::sort(seen.begin(), seen.end());
+        std::sort(packed.begin(), packed.end());
+        EXPECT_EQ(seen, packed) << round << " state " << p;
       }
-      for (Arc const& a : m.arcs[p])
-        packed.emplace_back(a.input, a.output, int32_t(a.next), a.weight);
-      std::sort(seen.begin(), seen.end());
-      std::sort(packed.begin(), packed.end());
-      EXPECT_EQ(seen, packed) << round << " state " << p;
-    }
-    t2s_decoder* decoder = t2s_decoder_new(model);
-    std::vector<std::string> texts;
-    std::vector<std::optional<std::pair<float, std::vector<uint32_t>>>> decoded;
-    for (int t = 0; t < 20; ++t) {
-      std::string text;
-      for (size_t i = rng() % 12; i > 0; --i) text += "abc  \t"[rng() % 6];
-      texts.push_back(text);
-      t2s_decoder_reset(decoder);
-      for (size_t i = 0; i < text.size(); i += 3)
-        t2s_decoder_feed(decoder, text.data() + i, std::min<size_t>(3, text.size() - i));
-      std::optional<Cost> expected = Reference(m, text);
-      float weight;
-      uint32_t const* outputs;
-      size_t n;
-      EXPECT_EQ(t2s_decoder_accepts(decoder), expected.has_value()) << round << " '" << text << "'";
-      ASSERT_EQ(t2s_decoder_best(decoder, &outputs, &n, &weight), expected.has_value())
-          << round << " '" << text << "'";
-      std::vector<uint32_t> const best(outputs, outputs + (expected ? n : 0));
-      if (expected) {
-        EXPECT_EQ(weight, expected->second) << round << " '" << text << "'";
-      }
-      // The one-call decoding finds the same path, with or without the layered search.
-      ASSERT_EQ(t2s_decoder_decode(decoder, text.data(), text.size(), &outputs, &n, &weight),
-                expected.has_value())
-          << round << " '" << text << "'";
-      decoded.emplace_back();
-      if (expected) {
-        EXPECT_EQ(weight, expected->second) << round << " '" << text << "'";
-        EXPECT_EQ(std::vector<uint32_t>(outputs, outputs + n), best)
+      t2s_decoder* decoder = t2s_decoder_new(model);
+      std::vector<std::string> texts;
+      std::vector<std::optional<std::pair<float, std::vector<uint32_t>>>> decoded;
+      for (int t = 0; t < 20; ++t) {
+        std::string text;
+        for (size_t i = rng() % 12; i > 0; --i)
+          text += (fold ? "aBcAbC \t" : "abc  \t")[rng() % (fold ? 8 : 6)];
+        texts.push_back(text);
+        t2s_decoder_reset(decoder);
+        for (size_t i = 0; i < text.size(); i += 3)
+          t2s_decoder_feed(decoder, text.data() + i, std::min<size_t>(3, text.size() - i));
+        std::optional<Cost> expected = Reference(m, text);
+        float weight;
+        uint32_t const* outputs;
+        size_t n;
+        EXPECT_EQ(t2s_decoder_accepts(decoder), expected.has_value())
             << round << " '" << text << "'";
-        decoded.back().emplace(weight, best);
+        ASSERT_EQ(t2s_decoder_best(decoder, &outputs, &n, &weight), expected.has_value())
+            << round << " '" << text << "'";
+        std::vector<uint32_t> const best(outputs, outputs + (expected ? n : 0));
+        if (expected) {
+          EXPECT_EQ(weight, expected->second) << round << " '" << text << "'";
+        }
+        // The one-call decoding finds the same path, with or without the layered search.
+        ASSERT_EQ(t2s_decoder_decode(decoder, text.data(), text.size(), &outputs, &n, &weight),
+                  expected.has_value())
+            << round << " '" << text << "'";
+        decoded.emplace_back();
+        if (expected) {
+          EXPECT_EQ(weight, expected->second) << round << " '" << text << "'";
+          EXPECT_EQ(std::vector<uint32_t>(outputs, outputs + n), best)
+              << round << " '" << text << "'";
+          decoded.back().emplace(weight, best);
+        }
+        EXPECT_EQ(t2s_decoder_accepts(decoder), Reference(m, "").has_value());  // left reset
+        // The longest match: the longest run of whole words from the start that is read.
+        size_t longest = 0;
+        for (size_t end = 1; end <= text.size(); ++end)
+          if (text[end - 1] != ' ' && text[end - 1] != '\t' &&
+              (end == text.size() || text[end] == ' ' || text[end] == '\t') &&
+              Reference(m, text.substr(0, end)))
+            longest = end;
+        std::vector<uint32_t> run;
+        if (longest) {
+          ASSERT_TRUE(t2s_decoder_decode(decoder, text.data(), longest, &outputs, &n, nullptr));
+          run.assign(outputs, outputs + n);
+        }
+        ASSERT_EQ(
+            t2s_decoder_longest_match(decoder, text.data(), text.size(), &outputs, &n, &weight),
+            longest)
+            << round << " '" << text << "'";
+        if (longest) {
+          EXPECT_EQ(weight, Reference(m, text.substr(0, longest))->second) << round << " '" << text;
+          EXPECT_EQ(std::vector<uint32_t>(outputs, outputs + n), run)
+              << round << " '" << text << "'";
+        }
+        accepted += expected.has_value();
       }
-      EXPECT_EQ(t2s_decoder_accepts(decoder), Reference(m, "").has_value());  // left reset
-      // The longest match: the longest run of whole words from the start that is read.
-      size_t longest = 0;
-      for (size_t end = 1; end <= text.size(); ++end)
-        if (text[end - 1] != ' ' && text[end - 1] != '\t' &&
-            (end == text.size() || text[end] == ' ' || text[end] == '\t') &&
-            Reference(m, text.substr(0, end)))
-          longest = end;
-      std::vector<uint32_t> run;
-      if (longest) {
-        ASSERT_TRUE(t2s_decoder_decode(decoder, text.data(), longest, &outputs, &n, nullptr));
-        run.assign(outputs, outputs + n);
+      // Many texts at once, two in flight: each as decoded alone (an odd count too).
+      for (size_t count : {texts.size(), texts.size() - 1}) {
+        std::vector<char const*> starts;
+        std::vector<size_t> lengths;
+        for (size_t i = 0; i < count; ++i) {
+          starts.push_back(texts[i].data());
+          lengths.push_back(texts[i].size());
+        }
+        std::vector<t2s_decoded> results(count);
+        uint32_t const* outputs;
+        ASSERT_TRUE(t2s_decoder_decode_many(decoder, starts.data(), lengths.data(), count,
+                                            results.data(), &outputs));
+        for (size_t i = 0; i < count; ++i) {
+          ASSERT_EQ(results[i].found != 0, decoded[i].has_value()) << round << " '" << texts[i];
+          if (!decoded[i]) continue;
+          EXPECT_EQ(results[i].weight, decoded[i]->first) << round << " '" << texts[i] << "'";
+          uint32_t const* first = outputs + results[i].first_output;
+          EXPECT_EQ(std::vector<uint32_t>(first, first + results[i].n_outputs), decoded[i]->second)
+              << round << " '" << texts[i] << "'";
+        }
+        EXPECT_EQ(t2s_decoder_accepts(decoder), Reference(m, "").has_value());  // left reset
       }
-      ASSERT_EQ(t2s_decoder_longest_match(decoder, text.data(), text.size(), &outputs, &n, &weight),
-                longest)
-          << round << " '" << text << "'";
-      if (longest) {
-        EXPECT_EQ(weight, Reference(m, text.substr(0, longest))->second) << round << " '" << text;
-        EXPECT_EQ(std::vector<uint32_t>(outputs, outputs + n), run) << round << " '" << text << "'";
-      }
-      accepted += expected.has_value();
+      t2s_decoder_free(decoder);
+      t2s_model_free(model);
     }
-    // Many texts at once, two in flight: each as decoded alone (an odd count too).
-    for (size_t count : {texts.size(), texts.size() - 1}) {
-      std::vector<char const*> starts;
-      std::vector<size_t> lengths;
-      for (size_t i = 0; i < count; ++i) {
-        starts.push_back(texts[i].data());
-        lengths.push_back(texts[i].size());
-      }
-      std::vector<t2s_decoded> results(count);
-      uint32_t const* outputs;
-      ASSERT_TRUE(t2s_decoder_decode_many(decoder, starts.data(), lengths.data(), count,
-                                          results.data(), &outputs));
-      for (size_t i = 0; i < count; ++i) {
-        ASSERT_EQ(results[i].found != 0, decoded[i].has_value()) << round << " '" << texts[i];
-        if (!decoded[i]) continue;
-        EXPECT_EQ(results[i].weight, decoded[i]->first) << round << " '" << texts[i] << "'";
-        uint32_t const* first = outputs + results[i].first_output;
-        EXPECT_EQ(std::vector<uint32_t>(first, first + results[i].n_outputs), decoded[i]->second)
-            << round << " '" << texts[i] << "'";
-      }
-      EXPECT_EQ(t2s_decoder_accepts(decoder), Reference(m, "").has_value());  // left reset
-    }
-    t2s_decoder_free(decoder);
-    t2s_model_free(model);
   }
   EXPECT_GT(accepted, 1000);  // the property is not checked on rejections alone
 }

@@ -431,3 +431,62 @@ TEST(ModelEndToEnd, MultiWordTokensProperty) {
 }
 
 }  // namespace
+
+namespace {
+
+// Outputs that attach ("@@" at either end) join without a separator, in every way of applying
+// a model; "\@@" is a literal mark; a model loaded to ignore case reads any capitals.
+TEST(ModelEndToEnd, AttachedOutputsAndCase) {
+  std::string const grammar = WriteTempFile(
+      "attach.gram",
+      "#JSGF V1.0;\ngrammar a;\n"
+      "public <m> = :$@@ <n> dollars: [and: <cents> cents:] | <n> percent:@@% | x:@@"
+      " | \"at sign:\\\\@@\" | mister:mr. | NASA;\n"
+      "<n> = four:4 | twelve:12;\n<cents> = sixty:@@.6 nine:@@9;\n");
+  std::string const path = WriteTempFile("attach.t2s", "");
+  t2s_model* model = Build(grammar, path);
+  ASSERT_NE(model, nullptr);
+  // The texts and marks of the strings.
+  std::map<std::string, std::pair<std::string, int>> strings;
+  for (uint32_t i = 0; i < t2s_model_num_strings(model); ++i) {
+    size_t length;
+    int attach;
+    char const* text = t2s_model_text(model, i, &length, &attach);
+    strings[t2s_model_string(model, i)] = {std::string(text, length), attach};
+  }
+  EXPECT_EQ(strings["$@@"], std::make_pair(std::string("$"), T2S_ATTACH_NEXT));
+  EXPECT_EQ(strings["@@.6"], std::make_pair(std::string(".6"), T2S_ATTACH_PREVIOUS));
+  EXPECT_EQ(strings["@@"], std::make_pair(std::string(""), T2S_ATTACH_PREVIOUS | T2S_ATTACH_NEXT));
+  EXPECT_EQ(strings["\\@@"], std::make_pair(std::string("@@"), 0));
+  // t2s_model_join, as a C host joins them (with a buffer too small first).
+  t2s_decoder* d = t2s_decoder_new(model);
+  uint32_t const* outputs;
+  size_t n;
+  std::string const spoken = "four dollars and sixty nine cents";
+  ASSERT_TRUE(t2s_decoder_decode(d, spoken.data(), spoken.size(), &outputs, &n, nullptr));
+  char small[3];
+  EXPECT_EQ(t2s_model_join(model, outputs, n, " ", small, sizeof small), 5u);
+  EXPECT_STREQ(small, "$4");
+  t2s_decoder_free(d);
+  t2s_model_free(model);
+
+  std::string const tool = T2SFST_TOOL;
+  CommandResult r = RunCommand(tool + " apply " + path + " '" + spoken +
+                               "' 'twelve percent' 'at sign' 'Mister'");
+  EXPECT_EQ(r.out, "$4.69\n12%\n@@\n\n");
+  // Rewriting joins across pieces: "x" attaches on both sides.
+  std::string const text = "it was four dollars and sixty nine cents x today, twelve percent";
+  for (char const* jobs : {"-j 1", "-j 2"}) {
+    r = RunCommand("echo '" + text + "' | " + tool + " apply --rewrite " + jobs + " " + path);
+    EXPECT_EQ(r.out, "it was $4.69today, 12%\n") << jobs;
+  }
+  // Case: matched whatever it is; copied words keep theirs; a capital first letter carries
+  // over to a written word, not to a sign.
+  r = RunCommand(tool + " apply --rewrite --ignore-case " + path +
+                 " 'Mister Smith paid Four Dollars to nasa' 'MISTER x'");
+  EXPECT_EQ(r.out, "Mr. Smith paid $4 to NASA\nMr.\n");
+  EXPECT_EQ(RunCommand(tool + " apply --ignore-case " + path + " 'TWELVE Percent'").out, "12%\n");
+  EXPECT_EQ(RunCommand(tool + " apply " + path + " 'TWELVE Percent'").status, 1);
+}
+
+}  // namespace

@@ -102,10 +102,11 @@ class BlockQueue {
 
   // Runs the reader and writer in this thread and the decoders in `threads` others; returns
   // whether every line was read by the model (misses and memory aside, nothing fails).
-  bool Run(t2s_model const* model, T2sJoinedOutputs const& joined, bool rewrite, size_t threads) {
+  bool Run(t2s_model const* model, T2sJoinedOutputs const& joined, bool rewrite, bool follow_case,
+           size_t threads) {
     std::vector<std::thread> workers;
     for (size_t t = 0; t < threads; ++t)
-      workers.emplace_back([&] { Decode(model, joined, rewrite); });
+      workers.emplace_back([&] { Decode(model, joined, rewrite, follow_case); });
     bool all_matched = true, input_left = true, memory_left = true;
     std::vector<char> carry;
     size_t next_line = 1;
@@ -144,8 +145,9 @@ class BlockQueue {
   }
 
  private:
-  void Decode(t2s_model const* model, T2sJoinedOutputs const& joined, bool rewrite) {
-    T2sLineApplier applier(model, joined, rewrite);
+  void Decode(t2s_model const* model, T2sJoinedOutputs const& joined, bool rewrite,
+              bool follow_case) {
+    T2sLineApplier applier(model, joined, rewrite, follow_case);
     std::vector<T2sText> lines;
     std::unique_lock<std::mutex> lock(mutex_);
     for (;;) {
@@ -214,14 +216,16 @@ int RunApply(int argc, char** argv) {
   // At a terminal, or for a program that waits for each answer, a line at a time.
   bool const line_by_line = args.has("--line-buffered") || isatty(STDIN_FILENO);
   if (line_by_line) jobs = 1;
-  t2s_model* model = LoadModel("apply", args.positional[0]);
+  t2s_model* model = LoadModel("apply", args.positional[0],
+                                args.has("--ignore-case") ? T2S_IGNORE_CASE : 0);
   if (!model) return 1;
   T2sJoinedOutputs const joined(model, args.value("--sep", " "));
   bool const rewrite = args.has("--rewrite");
+  bool const ignore_case = args.has("--ignore-case");
   bool all_matched = true;
   // One output line per input line, so outputs line up with inputs; a miss is an empty line.
   if (args.positional.size() > 1 || jobs == 1) {
-    T2sLineApplier applier(model, joined, rewrite);
+    T2sLineApplier applier(model, joined, rewrite, ignore_case);
     if (!applier.ok()) {
       ReportOutOfMemory(1);
       all_matched = false;
@@ -237,7 +241,8 @@ int RunApply(int argc, char** argv) {
       all_matched = ApplyToInput(applier, line_by_line);
     }
   } else {
-    all_matched = BlockQueue(size_t(jobs)).Run(model, joined, rewrite, size_t(jobs));
+    all_matched =
+        BlockQueue(size_t(jobs)).Run(model, joined, rewrite, ignore_case, size_t(jobs));
   }
   t2s_model_free(model);
   return all_matched ? 0 : 1;

@@ -466,14 +466,14 @@ void Progress::clear() {
   _state->erase();
 }
 
-t2s_model* LoadModel(char const* command, std::string const& path) {
+t2s_model* LoadModel(char const* command, std::string const& path, int options) {
   std::string const wrong = path == "-" ? "" : WrongKindOfFile(path, FileKind::model);
   if (!wrong.empty()) {
     std::fprintf(stderr, "t2sfst %s: %s%s\n", command, path.c_str(), wrong.c_str());
     return nullptr;
   }
   char error[256];
-  t2s_model* model = t2s_model_load(path.c_str(), error, sizeof error);
+  t2s_model* model = t2s_model_load_with(path.c_str(), options, error, sizeof error);
   if (!model) std::fprintf(stderr, "t2sfst %s: %s: %s\n", command, path.c_str(), error);
   return model;
 }

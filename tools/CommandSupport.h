@@ -61,7 +61,7 @@ FSTGeneric LoadInputOrModel(char const* command, std::string const& path);
 // A T2S model for a command, or null after one line naming the file: the wrong kind of file, or
 // the runtime's reason for refusing it. Free it with t2s_model_free.
 struct t2s_model;
-t2s_model* LoadModel(char const* command, std::string const& path);
+t2s_model* LoadModel(char const* command, std::string const& path, int options = 0);
 
 // Checks, without creating anything, that a file can be written; prints one line naming it when
 // not.

@@ -57,16 +57,22 @@ std::vector<Command> const table = {
        "no progress line (shown on a terminal while the build runs) and no summary"}},
      {"t2sfst make-model examples/times.gram times.t2s"}},
     {"apply", RunApply,
-     "[--rewrite] [--sep S] [-j N] [--line-buffered] MODEL [TEXT...]",
+     "[--rewrite] [--ignore-case] [--sep S] [-j N] [--line-buffered] MODEL [TEXT...]",
      "apply a T2S model to texts or lines of standard input",
      "Writes one line for each TEXT, or for each line of standard input: the outputs of the "
-     "best path through the model, joined by S. A line the model does not accept gives an "
-     "empty line and \"line N: no match\" on standard error, and the exit status is then 1.",
+     "best path through the model, joined by S, except where an output attaches to its "
+     "neighbour (a written form that begins or ends with \"@@\"). A line the model does not "
+     "accept gives an empty line and \"t2sfst apply: line N: no match\" on standard error, "
+     "and the exit status is then 1.",
      {{"MODEL", nullptr, "a model built by make-model"},
       {"TEXT", nullptr, "texts to apply the model to; the lines of standard input when absent"}},
      {{"--rewrite", nullptr,
        "replace, from the left, each longest run of words that the model accepts by its "
        "outputs, and copy the other words: a line is never a miss"},
+      {"--ignore-case", nullptr,
+       "match ASCII letters whatever their case (\"Two P M\" reads as \"two p m\"); copied "
+       "words keep theirs, and with --rewrite a run spoken with a capital first letter gets "
+       "its first output capitalised (\"Mister smith\" -> \"Mr. smith\")"},
       {"--sep", "S", "the text between two outputs (default one blank; \"\" joins them)"},
       {"-j", "N",
        "decode standard input in N threads (default: the cores available); the output is the "
@@ -76,12 +82,13 @@ std::vector<Command> const table = {
        "it (the default when standard input is a terminal)"}},
      {"t2sfst apply times.t2s 'twenty five past nine'",
       "t2sfst apply --rewrite -j 2 times.t2s < recognised.txt > written.txt"}},
-    {"try", RunTry, "[--sep S] MODEL", "try a model line by line, seeing the path taken",
+    {"try", RunTry, "[--ignore-case] [--sep S] MODEL", "try a model line by line, seeing the path taken",
      "Reads lines (typed, or from standard input) and answers each at once: the output, as "
      "'apply' writes it, then the path that gave it, as pieces of the spoken line and what each "
      "wrote, and the path's weight. A line the model does not read gives \"(no match)\".",
      {{"MODEL", nullptr, "a model built by make-model"}},
-     {{"--sep", "S", "the text between two outputs (default one blank)"}},
+     {{"--ignore-case", nullptr, "match ASCII letters whatever their case"},
+      {"--sep", "S", "the text between two outputs (default one blank)"}},
      {"t2sfst try times.t2s"}},
     {"compile-grammar", RunCompileGrammar,
      "[-o OUT] [--format text|att|dot] [-I DIR]... [--max-states N] [--drop-tags] "

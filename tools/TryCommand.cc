@@ -93,7 +93,8 @@ std::string Words(std::string const& line) {
 int RunTry(int argc, char** argv) {
   Arguments args(argc, argv);
   if (!args.ok || args.positional.size() != 1) return UsageError("try", "give MODEL");
-  t2s_model* model = LoadModel("try", args.positional[0]);
+  t2s_model* model = LoadModel("try", args.positional[0],
+                                args.has("--ignore-case") ? T2S_IGNORE_CASE : 0);
   if (!model) return 1;
   std::string const sep = args.value("--sep", " ");
   bool const prompt = isatty(STDIN_FILENO);
@@ -112,15 +113,15 @@ int RunTry(int argc, char** argv) {
       continue;
     }
     std::vector<uint32_t> const outputs(found, found + n);
-    std::string joined;
-    for (size_t i = 0; i < n; ++i) joined += (i ? sep : "") + t2s_model_string(model, outputs[i]);
+    std::string joined(t2s_model_join(model, found, n, sep.c_str(), nullptr, 0), '\0');
+    t2s_model_join(model, found, n, sep.c_str(), &joined[0], joined.size() + 1);
     std::printf("%s\n", joined.c_str());
     std::vector<size_t> const written_at = PathExplainer(model, text, outputs).Find();
     size_t read = 0;
     for (size_t i = 0; i < written_at.size(); ++i) {
       std::string const spoken = Trimmed(text.substr(read, written_at[i] - read));
       std::printf("  %-30s -> %s\n", spoken.empty() ? "(nothing said)" : spoken.c_str(),
-                  t2s_model_string(model, outputs[i]));
+                  t2s_model_text(model, outputs[i], nullptr, nullptr));
       read = written_at[i];
     }
     std::string const rest = Trimmed(text.substr(read));

@@ -23,6 +23,9 @@ int main(int argc, char** argv) {
   }
   t2s_decoder* decoder = t2s_decoder_new(model);
   char* line = NULL;
+  size_t capacity_text = 256;
+  char* text = malloc(capacity_text);
+  if (!text) return 1;
   size_t capacity = 0, line_number = 0;
   ssize_t length;
   int status = 0;
@@ -33,9 +36,16 @@ int main(int argc, char** argv) {
     size_t n_outputs;
     float weight;
     if (t2s_decoder_decode(decoder, line, (size_t)length, &outputs, &n_outputs, &weight)) {
-      for (size_t i = 0; i < n_outputs; ++i)
-        printf("%s%s", i ? " " : "", t2s_model_string(model, outputs[i]));
-      putchar('\n');
+      /* Joined as written text: blanks between outputs, none where one attaches. */
+      size_t const needed = t2s_model_join(model, outputs, n_outputs, " ", text, capacity_text);
+      if (needed >= capacity_text) {
+        free(text);
+        capacity_text = needed + 1;
+        text = malloc(capacity_text);
+        if (!text) return 1;
+        t2s_model_join(model, outputs, n_outputs, " ", text, capacity_text);
+      }
+      puts(text);
     } else {
       putchar('\n');
       fflush(stdout);
@@ -44,6 +54,7 @@ int main(int argc, char** argv) {
     }
   }
   free(line);
+  free(text);
   t2s_decoder_free(decoder);
   t2s_model_free(model);
   return status;

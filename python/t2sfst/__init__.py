@@ -165,11 +165,13 @@ class Model:
     """A T2S model: ``apply`` reads a whole text (None when the model does not), ``rewrite``
     replaces the longest runs of words it reads. The ``_many`` forms take a list of texts and
     decode them in ``threads`` threads (0: every core) without holding the interpreter lock; the
-    ``_lines`` forms take a text of many lines and give the command's output for it."""
+    ``_lines`` forms take a text of many lines and give the command's output for it. Outputs
+    that attach ("@@" in the grammar) join without ``sep``; with ``ignore_case``, ASCII letters
+    match whatever their case (as ``apply --ignore-case``)."""
 
-    def __init__(self, path: str, sep: str = " "):
+    def __init__(self, path: str, sep: str = " ", ignore_case: bool = False):
         self.path = os.fspath(path)
-        self._model = _core._Model(self.path, sep)
+        self._model = _core._Model(self.path, sep, ignore_case)
 
     def apply(self, text: str) -> Optional[str]:
         return self._model.apply(text)

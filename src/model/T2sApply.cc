@@ -51,35 +51,56 @@ T2sJoinedOutputs::T2sJoinedOutputs(t2s_model const* model, std::string const& se
     : separator_size_(separator.size()) {
   uint32_t const n = t2s_model_num_strings(model);
   pieces_.reserve(n);
+  bool any_attach = false;
   for (uint32_t i = 0; i < n; ++i) {
     size_t const begin = text_.size();
+    size_t length;
+    int attach;
+    char const* text = t2s_model_text(model, i, &length, &attach);
     text_ += separator;
-    text_.append(t2s_model_string(model, i), t2s_model_string_length(model, i));
+    text_.append(text, length);
     pieces_.push_back({begin, text_.size() - begin});
     longest_ = std::max(longest_, text_.size() - begin);
+    attach_.push_back(uint8_t(attach));
+    any_attach |= attach != 0;
   }
+  if (!any_attach) attach_.clear();
   text_.append(T2sOutputBuffer::kPadding, '\0');
 }
 
-void T2sJoinedOutputs::Append(uint32_t const* outputs, size_t n, T2sOutputBuffer& out) const {
+int T2sJoinedOutputs::Append(uint32_t const* outputs, size_t n, T2sOutputBuffer& out) const {
+  if (n == 0) return T2S_ATTACH_NEXT;
   if (n * longest_ > (1 << 16)) {  // not worth a room for the longest strings: one at a time
+    int before = T2S_ATTACH_NEXT;  // no separator before the first
     for (size_t i = 0; i < n; ++i) {
-      size_t const skip = i ? 0 : separator_size_;
+      int const attach = Attach(outputs[i]);
+      size_t const skip = t2s_attached(before, attach) ? separator_size_ : 0;
       out.Append(text_.data() + pieces_[outputs[i]].begin + skip, pieces_[outputs[i]].size - skip);
+      before = attach;
     }
-    return;
+    return before;
   }
   // The cursor is a local: stores through a char pointer would otherwise make the compiler
   // reload the buffer's size after each copy.
   char* const begin = out.Room(n * longest_);
   char* to = begin;
-  for (size_t i = 0; i < n; ++i) to = CopyPiece(outputs[i], i ? 0 : separator_size_, to);
+  if (attach_.empty()) {
+    for (size_t i = 0; i < n; ++i) to = CopyPiece(outputs[i], i ? 0 : separator_size_, to);
+  } else {
+    int before = T2S_ATTACH_NEXT;
+    for (size_t i = 0; i < n; ++i) {
+      int const attach = attach_[outputs[i]];
+      to = CopyPiece(outputs[i], t2s_attached(before, attach) ? separator_size_ : 0, to);
+      before = attach;
+    }
+  }
   out.Wrote(size_t(to - begin));
+  return Attach(outputs[n - 1]);
 }
 
 bool T2sJoinedOutputs::AppendLines(uint32_t const* outputs, uint8_t const* edges, size_t n,
                                    T2sOutputBuffer& out) const {
-  if (n * (longest_ + 1) > (1 << 16)) return false;
+  if (n * (longest_ + 1) > (1 << 16) || !attach_.empty()) return false;
   char* const begin = out.Room(n * (longest_ + 1));
   char* to = begin;
   for (size_t i = 0; i < n; ++i) {
@@ -115,8 +136,11 @@ void T2sRewriter::Line(T2sText line, T2sOutputBuffer& out) const {
   while (p < end && blank(*p)) ++p;
   while (end > p && blank(end[-1])) --end;
   size_t const line_start = out.size();
-  auto start_piece = [&out, line_start]() {
-    if (out.size() > line_start) out.Put(' ');
+  // How the last piece written attaches: a copied word does not, a replacement's last output
+  // may (a blank goes between two pieces unless one attaches to the other).
+  int before = T2S_ATTACH_NEXT;
+  auto start_piece = [&](int attach) {
+    if (out.size() > line_start && !t2s_attached(before, attach)) out.Put(' ');
   };
   while (p < end) {
     uint32_t const* outputs;
@@ -126,15 +150,24 @@ void T2sRewriter::Line(T2sText line, T2sOutputBuffer& out) const {
     if (run == 0) {
       char const* word_end = p;
       while (word_end < end && !blank(*word_end)) ++word_end;
-      start_piece();
+      start_piece(0);
       out.Append(p, size_t(word_end - p));
+      before = 0;
       p = word_end;
     } else {
-      size_t const before = out.size();
-      start_piece();
+      size_t const was = out.size();
+      start_piece(n ? joined_.Attach(outputs[0]) : 0);
       size_t const piece = out.size();
-      joined_.Append(outputs, n, out);
-      if (out.size() == piece) out.Truncate(before);  // an empty replacement adds no blank
+      int const last = joined_.Append(outputs, n, out);
+      char* const first = out.size() > piece ? out.at(piece) : nullptr;
+      if (follow_case_ && first && *p >= 'A' && *p <= 'Z' && *first >= 'a' && *first <= 'z')
+        *first = char(*first - ('a' - 'A'));
+      if (out.size() == piece) {
+        out.Truncate(was);  // an empty replacement adds no blank
+        if (n) before = last;  // but its marks still hold: ":$@@" before a number
+      } else {
+        before = last;
+      }
       p += run;
     }
     while (p < end && blank(*p)) ++p;
@@ -142,11 +175,11 @@ void T2sRewriter::Line(T2sText line, T2sOutputBuffer& out) const {
 }
 
 T2sLineApplier::T2sLineApplier(t2s_model const* model, T2sJoinedOutputs const& joined,
-                               bool rewrite)
+                               bool rewrite, bool follow_case)
     : decoder_(t2s_decoder_new(model)),
       rewrite_(rewrite),
       decoder_lines_(decoder_, joined),
-      rewriter_(decoder_, joined) {}
+      rewriter_(decoder_, joined, follow_case) {}
 
 T2sLineApplier::~T2sLineApplier() { t2s_decoder_free(decoder_); }
 

@@ -29,6 +29,7 @@ class T2sOutputBuffer {
   static constexpr size_t kPadding = 16;
 
   char const* data() const { return data_.data(); }
+  char* at(size_t i) { return data_.data() + i; }
   size_t size() const { return size_; }
   bool Full() const { return size_ >= (1 << 16); }
   void Truncate(size_t size) { size_ = size; }
@@ -67,8 +68,12 @@ class T2sJoinedOutputs {
  public:
   T2sJoinedOutputs(t2s_model const* model, std::string const& separator);
 
-  // The outputs joined by the separator.
-  void Append(uint32_t const* outputs, size_t n, T2sOutputBuffer& out) const;
+  // The outputs joined by the separator, none before the first, none between two outputs
+  // that attach (see t2s_model_text). Returns how the last attaches (T2S_ATTACH_NEXT when
+  // n is 0: nothing to separate from).
+  int Append(uint32_t const* outputs, size_t n, T2sOutputBuffer& out) const;
+  // How output i attaches to its neighbours.
+  int Attach(uint32_t i) const { return attach_.empty() ? 0 : attach_[i]; }
   // The outputs of several lines, edges[i] saying whether output i is its line's first (1) or
   // last (2); a newline follows each line's last. Returns false, writing nothing, where the
   // lines are too long for one room.
@@ -93,6 +98,7 @@ class T2sJoinedOutputs {
   };
   size_t separator_size_;
   size_t longest_ = 0;  // piece
+  std::vector<uint8_t> attach_;  // of each output; empty when none attaches
   std::string text_;
   std::vector<Piece> pieces_;
 };
@@ -168,11 +174,13 @@ class T2sLineDecoder {
 
 // From the left, the longest run of words that the model reads is replaced by its outputs; a
 // word that starts no such run is copied. The runs are matched in the line's own bytes (blanks
-// between words are the model's to read or skip, whatever they are).
+// between words are the model's to read or skip, whatever they are). With follow_case (for a
+// model that ignores case), a run spoken with a capital first letter gets its first output's
+// first letter capitalised: "Mister smith" -> "Mr. smith"; "Two dollars" -> "$2" is unchanged.
 class T2sRewriter {
  public:
-  T2sRewriter(t2s_decoder* decoder, T2sJoinedOutputs const& joined)
-      : decoder_(decoder), joined_(joined) {}
+  T2sRewriter(t2s_decoder* decoder, T2sJoinedOutputs const& joined, bool follow_case = false)
+      : decoder_(decoder), joined_(joined), follow_case_(follow_case) {}
 
   // Appends the rewritten line, without a newline.
   void Line(T2sText line, T2sOutputBuffer& out) const;
@@ -180,13 +188,15 @@ class T2sRewriter {
  private:
   t2s_decoder* decoder_;
   T2sJoinedOutputs const& joined_;
+  bool follow_case_;
 };
 
 // Lines applied to a model by a decoder of its own, either way: what one thread of the command
 // or of a batch call runs.
 class T2sLineApplier {
  public:
-  T2sLineApplier(t2s_model const* model, T2sJoinedOutputs const& joined, bool rewrite);
+  T2sLineApplier(t2s_model const* model, T2sJoinedOutputs const& joined, bool rewrite,
+                 bool follow_case = false);
   ~T2sLineApplier();
   T2sLineApplier(T2sLineApplier const&) = delete;
   T2sLineApplier& operator=(T2sLineApplier const&) = delete;

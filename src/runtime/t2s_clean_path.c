@@ -146,13 +146,20 @@ WALK_INLINE int walk_step(const t2s_model* m, clean_walk* w) {
 /* The layered search's best path for a text, into d->outputs; the decoder is left reset. */
 static int decode_layered(t2s_decoder* d, const char* bytes, size_t length, float* weight) {
   t2s_decoder_reset(d);
-  int const found = t2s_decoder_feed(d, bytes, length) && t2s_decoder_best(d, NULL, NULL, weight);
+  int const found = t2s_feed_folded(d, bytes, length) && t2s_decoder_best(d, NULL, NULL, weight);
   t2s_decoder_reset(d);
   return found;
 }
 
 int t2s_decoder_decode(t2s_decoder* d, const char* bytes, size_t length, const uint32_t** outputs,
                        size_t* n_outputs, float* weight) {
+  bytes = folded_text(d, bytes, length);
+  if (!bytes) return 0;
+  return t2s_decode_folded(d, bytes, length, outputs, n_outputs, weight);
+}
+
+int t2s_decode_folded(t2s_decoder* d, const char* bytes, size_t length, const uint32_t** outputs,
+                      size_t* n_outputs, float* weight) {
   clean_walk w;
   d->outputs.n = 0;
   int state = walk_start(d->model, &w, bytes, length, &d->outputs);
@@ -208,6 +215,21 @@ int t2s_decoder_decode_many(t2s_decoder* d, const char* const* texts, const size
   const t2s_model* m = d->model;
   d->batch.n = 0;
   if (!d->fresh) t2s_decoder_reset(d);
+  if (m->fold_case) {
+    /* All texts folded into one buffer first: growing it later would move the earlier ones. */
+    size_t total = 1;
+    for (size_t k = 0; k < n; ++k) total += lengths[k];
+    if (n > d->folded_texts_capacity) {
+      const char** bigger = (const char**)realloc((void*)d->folded_texts, n * sizeof(char*));
+      if (!bigger) return 0;
+      d->folded_texts = bigger;
+      d->folded_texts_capacity = n;
+    }
+    if (!reserve_folded(d, total)) return 0;
+    for (size_t k = 0, at = 0; k < n; at += lengths[k++])
+      d->folded_texts[k] = fold_into(d, texts[k], lengths[k], at);
+    texts = d->folded_texts;
+  }
   size_t i = 0;
   for (; i + 1 < n; i += 2) {
     /* Two walks in one loop, so that each one's next block is fetched while the other's is

@@ -22,6 +22,8 @@ void t2s_decoder_free(t2s_decoder* d) {
   if (!d) return;
   free(d->entries);
   free(d->stamp);
+  free(d->folded);
+  free((void*)d->folded_texts);
   word_list* lists[] = {&d->outputs, &d->sets[0], &d->sets[1], &d->batch, &d->second};
   for (size_t i = 0; i < sizeof lists / sizeof *lists; ++i) free(lists[i]->items);
   free(d);
@@ -232,6 +234,12 @@ void t2s_decoder_reset(t2s_decoder* d) {
 }
 
 int t2s_decoder_feed(t2s_decoder* d, const char* bytes, size_t length) {
+  bytes = folded_text(d, bytes, length);
+  if (!bytes) return 0;
+  return t2s_feed_folded(d, bytes, length);
+}
+
+int t2s_feed_folded(t2s_decoder* d, const char* bytes, size_t length) {
   d->fresh = 0;
   for (size_t k = 0; k < length && !d->dead; ++k) {
     if (d->held >= 0 && d->n_entries - d->layer_begin == 1) {

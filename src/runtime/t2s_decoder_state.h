@@ -44,6 +44,10 @@ struct t2s_decoder {
   word_list sets[2];   /* t2s_decoder_longest_match's layers */
   word_list batch;     /* t2s_decoder_decode_many's outputs of all its texts */
   word_list second;    /* and of the second text in flight */
+  char* folded;        /* the text with capitals made small, for a model that ignores case */
+  size_t folded_capacity;
+  const char** folded_texts; /* and t2s_decoder_decode_many's texts in it */
+  size_t folded_texts_capacity;
   const uint32_t* way; /* set_step's last arc taken */
   size_t ways;         /* and their number */
 };
@@ -72,6 +76,40 @@ static inline void* grown(void* array, size_t* capacity, size_t element_size, si
   void* bigger = realloc(array, bigger_capacity * element_size);
   if (bigger) *capacity = bigger_capacity;
   return bigger;
+}
+
+/* t2s_decoder_feed and t2s_decoder_decode on text already folded (see folded_text). */
+int t2s_feed_folded(t2s_decoder* d, const char* bytes, size_t length);
+int t2s_decode_folded(t2s_decoder* d, const char* bytes, size_t length, const uint32_t** outputs,
+                      size_t* n_outputs, float* weight);
+
+/* Room for n bytes of folded text; 0 when out of memory. */
+static inline int reserve_folded(t2s_decoder* d, size_t n) {
+  if (n <= d->folded_capacity) return 1;
+  size_t const capacity = n > 2 * d->folded_capacity ? n : 2 * d->folded_capacity;
+  char* bigger = (char*)realloc(d->folded, capacity);
+  if (!bigger) return 0;
+  d->folded = bigger;
+  d->folded_capacity = capacity;
+  return 1;
+}
+
+/* The text as the model reads it: for a model loaded to ignore case, a copy at offset at of the
+   decoder's buffer (reserved by the caller) with ASCII capitals made small; else the text. */
+static inline const char* fold_into(t2s_decoder* d, const char* bytes, size_t length, size_t at) {
+  if (!d->model->fold_case) return bytes;
+  char* to = d->folded + at;
+  for (size_t i = 0; i < length; ++i) {
+    char const c = bytes[i];
+    to[i] = (char)(c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c);
+  }
+  return to;
+}
+
+/* One text folded (see fold_into); NULL when out of memory. */
+static inline const char* folded_text(t2s_decoder* d, const char* bytes, size_t length) {
+  if (!d->model->fold_case) return bytes;
+  return reserve_folded(d, length ? length : 1) ? fold_into(d, bytes, length, 0) : NULL;
 }
 
 /* Appends a word to a list; 0 when out of memory. */

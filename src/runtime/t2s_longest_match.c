@@ -130,6 +130,8 @@ static word_list* set_of_one(t2s_decoder* d, uint32_t block) {
 size_t t2s_decoder_longest_match(t2s_decoder* d, const char* bytes, size_t length,
                                  const uint32_t** outputs, size_t* n_outputs, float* weight) {
   const t2s_model* m = d->model;
+  bytes = folded_text(d, bytes, length);
+  if (!bytes) return 0;
   size_t longest = 0, longest_outputs = 0, k = 0;
   uint32_t one = m->start_block; /* the layer, when it is one state */
   word_list* layer = NULL;       /* the layer, when it is a set */
@@ -188,7 +190,7 @@ size_t t2s_decoder_longest_match(t2s_decoder* d, const char* bytes, size_t lengt
   if (d->renumbered || !d->fresh) t2s_decoder_reset(d);
   if (!longest) return 0;
   if (!longest_single)
-    return t2s_decoder_decode(d, bytes, longest, outputs, n_outputs, weight) ? longest : 0;
+    return t2s_decode_folded(d, bytes, longest, outputs, n_outputs, weight) ? longest : 0;
   d->outputs.n = longest_outputs;
   if (outputs) *outputs = d->outputs.items;
   if (n_outputs) *n_outputs = d->outputs.n;

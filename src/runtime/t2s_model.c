@@ -145,6 +145,9 @@ static int one_arc_block(const t2s_model* m, file_records f, uint32_t p) {
 static void read_sorted_arcs(const t2s_model* m, file_records f, uint32_t p, arc_record* arcs) {
   uint32_t const first = m->arc_starts[p], n = m->arc_starts[p + 1] - first;
   for (uint32_t k = 0; k < n; ++k) arcs[k] = arc_in_file(f, first + k);
+  if (m->fold_case) /* the decoder makes the text's capitals small: so are the arcs' */
+    for (uint32_t k = 0; k < n; ++k)
+      if (arcs[k].input >= 'A' && arcs[k].input <= 'Z') arcs[k].input += 'a' - 'A';
   if (n > 32) {
     qsort(arcs, n, sizeof(arc_record), by_input);
     return;
@@ -296,6 +299,9 @@ void t2s_model_free(t2s_model* model) {
   free(model->block_states);
   free(model->pool);
   free(model->string_offsets);
+  free(model->texts);
+  free(model->text_offsets);
+  free(model->attach);
   free(model->blocks);
   free(model->byte_tables);
   free(model->start_pairs);
@@ -347,6 +353,11 @@ static const char* check_records(t2s_model* m, const unsigned char* states, file
 }
 
 t2s_model* t2s_model_from_memory(const void* data, size_t size, char* error, size_t error_size) {
+  return t2s_model_from_memory_with(data, size, 0, error, error_size);
+}
+
+t2s_model* t2s_model_from_memory_with(const void* data, size_t size, int options, char* error,
+                                      size_t error_size) {
   const unsigned char* bytes = (const unsigned char*)data;
   uint64_t at = 0;
 #define NEED(n, what)                                                                         \
@@ -358,6 +369,7 @@ t2s_model* t2s_model_from_memory(const void* data, size_t size, char* error, siz
   }
   t2s_model* model = (t2s_model*)calloc(1, sizeof(t2s_model));
   if (!model) return NULL;
+  model->fold_case = (options & T2S_IGNORE_CASE) != 0;
   NEED(8, "the header");
   model->start = (int32_t)u32_at(bytes);
   model->num_states = u32_at(bytes + 4);
@@ -403,6 +415,7 @@ t2s_model* t2s_model_from_memory(const void* data, size_t size, char* error, siz
   uint8_t read[256] = {0};
   const char* failure = build_blocks(model, f, read);
   if (!failure && !build_start_pairs(model, read)) failure = "out of memory loading a model";
+  if (!failure && !t2s_prepare_texts(model)) failure = "out of memory loading a model";
   if (failure) {
     fail(error, error_size, "%s", failure);
     t2s_model_free(model);
@@ -425,7 +438,8 @@ t2s_model* t2s_model_from_memory(const void* data, size_t size, char* error, siz
 }
 
 /* The file read into memory and loaded from there. */
-static t2s_model* load_by_reading(FILE* f, const char* path, char* error, size_t error_size) {
+static t2s_model* load_by_reading(FILE* f, const char* path, int options, char* error,
+                                  size_t error_size) {
   size_t capacity = 1 << 16, size = 0;
   unsigned char* data = (unsigned char*)malloc(capacity);
   size_t got;
@@ -442,12 +456,16 @@ static t2s_model* load_by_reading(FILE* f, const char* path, char* error, size_t
     fail(error, error_size, "out of memory reading %s", path);
     return NULL;
   }
-  t2s_model* model = t2s_model_from_memory(data, size, error, error_size);
+  t2s_model* model = t2s_model_from_memory_with(data, size, options, error, error_size);
   free(data);
   return model;
 }
 
 t2s_model* t2s_model_load(const char* path, char* error, size_t error_size) {
+  return t2s_model_load_with(path, 0, error, error_size);
+}
+
+t2s_model* t2s_model_load_with(const char* path, int options, char* error, size_t error_size) {
 #ifdef T2S_MAP_FILES
   /* A regular file is loaded from a read-only mapping: no copy of it, and its pages come from
      the page cache (a quarter of the load time of a large model). Anything else is read. */
@@ -463,7 +481,7 @@ t2s_model* t2s_model_load(const char* path, char* error, size_t error_size) {
     void* data = mmap(NULL, size, PROT_READ, MAP_PRIVATE, fd, 0);
     if (data != MAP_FAILED) {
       close(fd);
-      t2s_model* model = t2s_model_from_memory(data, size, error, error_size);
+      t2s_model* model = t2s_model_from_memory_with(data, size, options, error, error_size);
       munmap(data, size);
       return model;
     }
@@ -477,7 +495,7 @@ t2s_model* t2s_model_load(const char* path, char* error, size_t error_size) {
     fail(error, error_size, "cannot open %s", path);
     return NULL;
   }
-  return load_by_reading(f, path, error, error_size);
+  return load_by_reading(f, path, options, error, error_size);
 }
 
 uint32_t t2s_model_num_states(const t2s_model* m) { return m->num_states; }

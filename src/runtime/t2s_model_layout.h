@@ -59,6 +59,12 @@ struct t2s_model {
   uint32_t* block_states; /* the state of each block number */
   char* pool;
   uint32_t* string_offsets; /* where string i starts in the pool */
+  /* The strings as written text (t2s_text.c): marks taken off, each zero-terminated */
+  char* texts;
+  uint32_t* text_offsets; /* num_strings + 1 of them */
+  uint8_t* attach;        /* T2S_ATTACH_PREVIOUS | T2S_ATTACH_NEXT of each string */
+  int has_attach;         /* any string attaches */
+  int fold_case;          /* loaded with T2S_IGNORE_CASE: arcs read small letters only */
   uint32_t* blocks;
   uint32_t start_block;  /* word offset of the start state's block */
   uint32_t one_end;      /* of the blocks of one arc, which come first */
@@ -68,6 +74,9 @@ struct t2s_model {
   uint32_t n_pair_classes; /* class 0 included */
   start_pair* start_pairs; /* n_pair_classes squared */
 };
+
+/* Fills texts, text_offsets, attach and has_attach from the string pool; 0 when out of memory. */
+int t2s_prepare_texts(t2s_model* m);
 
 /* The number of the block at a word offset: one per state, for the stamps and block_states. */
 static inline uint32_t block_number(const t2s_model* m, uint32_t offset) {

@@ -34,6 +34,12 @@ typedef struct t2s_decoder t2s_decoder;
 t2s_model* t2s_model_load(const char* path, char* error, size_t error_size);
 t2s_model* t2s_model_from_memory(const void* data, size_t size, char* error, size_t error_size);
 void t2s_model_free(t2s_model* model);
+/* The same with options. T2S_IGNORE_CASE: the model matches ASCII letters whatever their case
+   (its arcs and every text fed are read with capitals made small); outputs are unchanged. */
+#define T2S_IGNORE_CASE 1
+t2s_model* t2s_model_load_with(const char* path, int options, char* error, size_t error_size);
+t2s_model* t2s_model_from_memory_with(const void* data, size_t size, int options, char* error,
+                                      size_t error_size);
 
 uint32_t t2s_model_num_states(const t2s_model* model);
 uint32_t t2s_model_num_arcs(const t2s_model* model);
@@ -42,6 +48,25 @@ uint32_t t2s_model_num_strings(const t2s_model* model);
 const char* t2s_model_string(const t2s_model* model, uint32_t index);
 /* Its length in bytes (0 when out of range). */
 size_t t2s_model_string_length(const t2s_model* model, uint32_t index);
+
+/* Attached outputs. A written form that begins with "@@" attaches to the output before it, one
+   that ends with "@@" attaches to the output after it: no separator goes between the two ("$@@"
+   then "4" "@@.69" writes "$4.69"). A backslash before a mark at either end ("\@@") keeps it
+   as literal text; a form of "@@" alone attaches on both sides. t2s_model_text gives output
+   string i as written text, without its marks, with its length and T2S_ATTACH_PREVIOUS and
+   T2S_ATTACH_NEXT in *attach (either pointer may be NULL); NULL when out of range. */
+#define T2S_ATTACH_PREVIOUS 1
+#define T2S_ATTACH_NEXT 2
+const char* t2s_model_text(const t2s_model* model, uint32_t index, size_t* length, int* attach);
+/* Whether attach_next of one output or attach_previous of the next joins them. */
+static inline int t2s_attached(int attach_before, int attach_after) {
+  return (attach_before & T2S_ATTACH_NEXT) || (attach_after & T2S_ATTACH_PREVIOUS);
+}
+/* A path's outputs joined as written text: sep between two of them unless they attach. Writes
+   at most size bytes, zero-terminated when size > 0, and returns the whole text's length (as
+   snprintf does: call again with a larger buffer when it is not smaller than size). */
+size_t t2s_model_join(const t2s_model* model, const uint32_t* outputs, size_t n,
+                      const char* sep, char* buffer, size_t size);
 /* A look inside: the start state (-1: none); state i's arcs [first, end) and final flag; arc i's
    input byte (0: epsilon), output string, destination and weight. Each state's arcs are sorted
    by input byte. Indices out of range give 0 and leave the outputs alone. */

@@ -186,7 +186,7 @@ def test_stops_become_exceptions(tmp_path):
         t2sfst.load(str(bad))
     assert caught.value.file == str(bad)
     with pytest.raises(t2sfst.Error):
-        t2sfst._core._Model(str(bad), " ")
+        t2sfst.Model(str(bad))
     with pytest.raises(t2sfst.Error):
         t2sfst.Ngram(str(bad))
     # After all of that, the library still works.
@@ -270,6 +270,9 @@ def test_models_apply_as_the_command_does_single_and_batched(time_model):
     assert model.apply_lines("ten pm\nzz\nten pm") == "10 p.m.\n\n10 p.m.\n"  # the last line too
     assert t2sfst.Model(time_model, sep="+").apply("ten thirty pm") == "10+30+p.m."
     assert model.rewrite("see you at ten thirty p m ünïcode") == "see you at 10 30 p.m. ünïcode"
+    blind = t2sfst.Model(time_model, ignore_case=True)
+    assert blind.rewrite("See you at Ten Thirty PM") == "See you at 10 30 p.m."
+    assert model.rewrite("See you at Ten Thirty PM") == "See you at Ten Thirty PM"
     # Batches from two Python threads at once, on one model.
     results = {}
 
