@@ -474,11 +474,11 @@ TEST(ModelEndToEnd, AttachedOutputsAndCase) {
   CommandResult r = RunCommand(tool + " apply " + path + " '" + spoken +
                                "' 'twelve percent' 'at sign' 'Mister'");
   EXPECT_EQ(r.out, "$4.69\n12%\n@@\n\n");
-  // Rewriting joins across pieces: "x" attaches on both sides.
+  // Rewriting: outputs attach inside their replacement, never to a copied word.
   std::string const text = "it was four dollars and sixty nine cents x today, twelve percent";
   for (char const* jobs : {"-j 1", "-j 2"}) {
     r = RunCommand("echo '" + text + "' | " + tool + " apply --rewrite " + jobs + " " + path);
-    EXPECT_EQ(r.out, "it was $4.69today, 12%\n") << jobs;
+    EXPECT_EQ(r.out, "it was $4.69 today, 12%\n") << jobs;
   }
   // Case: matched whatever it is; copied words keep theirs; a capital first letter carries
   // over to a written word, not to a sign.

@@ -68,8 +68,8 @@ T2sJoinedOutputs::T2sJoinedOutputs(t2s_model const* model, std::string const& se
   text_.append(T2sOutputBuffer::kPadding, '\0');
 }
 
-int T2sJoinedOutputs::Append(uint32_t const* outputs, size_t n, T2sOutputBuffer& out) const {
-  if (n == 0) return T2S_ATTACH_NEXT;
+void T2sJoinedOutputs::Append(uint32_t const* outputs, size_t n, T2sOutputBuffer& out) const {
+  if (n == 0) return;
   if (n * longest_ > (1 << 16)) {  // not worth a room for the longest strings: one at a time
     int before = T2S_ATTACH_NEXT;  // no separator before the first
     for (size_t i = 0; i < n; ++i) {
@@ -78,7 +78,7 @@ int T2sJoinedOutputs::Append(uint32_t const* outputs, size_t n, T2sOutputBuffer&
       out.Append(text_.data() + pieces_[outputs[i]].begin + skip, pieces_[outputs[i]].size - skip);
       before = attach;
     }
-    return before;
+    return;
   }
   // The cursor is a local: stores through a char pointer would otherwise make the compiler
   // reload the buffer's size after each copy.
@@ -95,7 +95,6 @@ int T2sJoinedOutputs::Append(uint32_t const* outputs, size_t n, T2sOutputBuffer&
     }
   }
   out.Wrote(size_t(to - begin));
-  return Attach(outputs[n - 1]);
 }
 
 bool T2sJoinedOutputs::AppendLines(uint32_t const* outputs, uint8_t const* edges, size_t n,
@@ -136,11 +135,10 @@ void T2sRewriter::Line(T2sText line, T2sOutputBuffer& out) const {
   while (p < end && blank(*p)) ++p;
   while (end > p && blank(end[-1])) --end;
   size_t const line_start = out.size();
-  // How the last piece written attaches: a copied word does not, a replacement's last output
-  // may (a blank goes between two pieces unless one attaches to the other).
-  int before = T2S_ATTACH_NEXT;
-  auto start_piece = [&](int attach) {
-    if (out.size() > line_start && !t2s_attached(before, attach)) out.Put(' ');
+  // A blank between two pieces (a copied word, a replacement); outputs attach to one another
+  // only inside their replacement, so a number written "@@1" "@@2" never joins the word before.
+  auto start_piece = [&out, line_start]() {
+    if (out.size() > line_start) out.Put(' ');
   };
   while (p < end) {
     uint32_t const* outputs;
@@ -150,24 +148,19 @@ void T2sRewriter::Line(T2sText line, T2sOutputBuffer& out) const {
     if (run == 0) {
       char const* word_end = p;
       while (word_end < end && !blank(*word_end)) ++word_end;
-      start_piece(0);
+      start_piece();
       out.Append(p, size_t(word_end - p));
-      before = 0;
       p = word_end;
     } else {
       size_t const was = out.size();
-      start_piece(n ? joined_.Attach(outputs[0]) : 0);
+      start_piece();
       size_t const piece = out.size();
-      int const last = joined_.Append(outputs, n, out);
+      joined_.Append(outputs, n, out);
+      if (out.size() == piece) out.Truncate(was);  // an empty replacement adds no blank
+      // A run spoken with a capital gives its written word one ("Mister" -> "Mr.").
       char* const first = out.size() > piece ? out.at(piece) : nullptr;
       if (follow_case_ && first && *p >= 'A' && *p <= 'Z' && *first >= 'a' && *first <= 'z')
         *first = char(*first - ('a' - 'A'));
-      if (out.size() == piece) {
-        out.Truncate(was);  // an empty replacement adds no blank
-        if (n) before = last;  // but its marks still hold: ":$@@" before a number
-      } else {
-        before = last;
-      }
       p += run;
     }
     while (p < end && blank(*p)) ++p;

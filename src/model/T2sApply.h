@@ -69,9 +69,8 @@ class T2sJoinedOutputs {
   T2sJoinedOutputs(t2s_model const* model, std::string const& separator);
 
   // The outputs joined by the separator, none before the first, none between two outputs
-  // that attach (see t2s_model_text). Returns how the last attaches (T2S_ATTACH_NEXT when
-  // n is 0: nothing to separate from).
-  int Append(uint32_t const* outputs, size_t n, T2sOutputBuffer& out) const;
+  // that attach (see t2s_model_text).
+  void Append(uint32_t const* outputs, size_t n, T2sOutputBuffer& out) const;
   // How output i attaches to its neighbours.
   int Attach(uint32_t i) const { return attach_.empty() ? 0 : attach_[i]; }
   // The outputs of several lines, edges[i] saying whether output i is its line's first (1) or
