@@ -193,9 +193,16 @@ bool FSTJsgfCompileFile(FSTGeneric& result, std::string& messages, std::string c
 }
 
 void FSTJsgfTokenSides(std::string const& token, std::string& spoken, std::string& written) {
-  size_t const colon = token.rfind(':');
-  spoken = token.substr(0, colon);
-  written = colon == std::string::npos ? token : token.substr(colon + 1);
+  // The last ':' that no backslash escapes splits; "\\:" is a colon of either side ("05\\:00").
+  size_t colon = std::string::npos;
+  for (size_t at = token.size(); at > 0 && colon == std::string::npos; --at)
+    if (token[at - 1] == ':' && !(at >= 2 && token[at - 2] == '\\')) colon = at - 1;
+  auto unescape = [](std::string side) {
+    for (size_t at; (at = side.find("\\:")) != std::string::npos;) side.erase(at, 1);
+    return side;
+  };
+  spoken = unescape(token.substr(0, colon));
+  written = colon == std::string::npos ? spoken : unescape(token.substr(colon + 1));
 }
 
 FSTGeneric FSTJsgfSplitTokens(FSTGeneric const& m) {

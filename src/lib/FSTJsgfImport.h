@@ -30,8 +30,8 @@ struct FSTJsgfOptions {
 bool FSTJsgfCompileFile(FSTGeneric& result, std::string& messages, std::string const& filename,
                         FSTJsgfOptions const& options);
 
-// The two sides of a grammar token "spoken:written", split at its last ':' ("spoken:" writes
-// nothing); a token without ':' is both.
+// The two sides of a grammar token "spoken:written", split at its last ':' that no backslash
+// escapes ("spoken:" writes nothing; "five:05\:00" writes "05:00"); a token without ':' is both.
 void FSTJsgfTokenSides(std::string const& token, std::string& spoken, std::string& written);
 
 // A stored copy of a compiled grammar in which each token label is split into its sides: an
