@@ -10,6 +10,27 @@
 #include "T2sBuilder.h"
 #include "T2sModel.h"
 
+// The packed model keeps only a final flag. A final weight that is not one (left where
+// continuing is cheaper than stopping: pushing cannot move it) goes on an epsilon arc to one new
+// final state instead, so that stopping there costs what it should. Linear in the machine; the
+// machine itself when no final weight needs moving.
+FSTGeneric T2sFinalWeightsOnArcs(FSTGeneric m) {
+  FSTSemiringBase const& s = *m->semiring();
+  int const n = m->states().size();
+  int end = -1;
+  for (int p = 0; p < n; ++p) {
+    if (!m->is_final(p) || m->final_weight(p) == s.one) continue;
+    if (end < 0) {
+      if (!m->is_mutable() || m->reference_count() != 1) m = FSTMutableCopy(m);
+      end = m->add_states(1);
+      m->set_final(end, s.one);
+    }
+    m->add_arc(p, end, 0, 0, m->final_weight(p));
+    m->set_final(p, s.zero);
+  }
+  return m;
+}
+
 void T2sBuildModel(FSTGeneric const& compiled, char const* model_path,
                    std::function<void(char const*)> const& stage) {
   auto begin = [&stage](char const* name) {
@@ -33,6 +54,8 @@ void T2sBuildModel(FSTGeneric const& compiled, char const* model_path,
   // 9. The final text form (kept for inspection while debugging; it does not reach the model).
   std::string final_text = FstDumpAscii(machine);
   (void)final_text;
+  // The final weights the packed format cannot hold, on arcs.
+  machine = T2sFinalWeightsOnArcs(std::move(machine));
   // 10. The packed model replaces the text. The model is released here rather than kept.
   begin("packing the model");
   std::unique_ptr<FstModel> model(FstDumpBinary(machine));

@@ -16,6 +16,10 @@
 // The model builder's stages after compilation: optimise, project, expand to bytes, write the
 // text to path, load it back, optimise again and write the packed model over it. The compiled
 // grammar is the machine that FSTJsgfParseString or FSTJsgfCompileFile gives.
+// A machine whose final weights are all one: any other final weight moves to an epsilon arc
+// into one new final state (the packed model keeps only a final flag).
+FSTGeneric T2sFinalWeightsOnArcs(FSTGeneric m);
+
 // stage, when given, hears the name of each step as it begins (for progress reports).
 void T2sBuildModel(FSTGeneric const& compiled, char const* path,
                    std::function<void(char const*)> const& stage = nullptr);
