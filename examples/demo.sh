@@ -21,3 +21,7 @@ echo "== voice commands"
 show "$work/commands.model" "" "$here/commands.txt"
 echo "== word boundaries: blanks may be read or skipped, outputs stay at word ends"
 show "$work/words.model" "" "$here/words.txt"
+echo "== an English transcript normalised (grammars/en, apply --rewrite --ignore-case)"
+"$t2sfst" make-model "$here/../grammars/en/itn.gram" "$work/itn.t2s"
+"$t2sfst" apply --rewrite --ignore-case "$work/itn.t2s" < "$here/transcript.txt" |
+  paste -d '\n' "$here/transcript.txt" - | sed 's/^/  /; n; s/^/  -> /'

@@ -4,7 +4,9 @@
 The grammars are regular and large in places (every "N to H" time, every day of the month), so
 they are written from the tables below rather than by hand. Run it after changing a table:
 
-    python3 grammars/en/make_grammars.py
+    python3 grammars/en/make_grammars.py [FOLDER]
+
+(FOLDER, this one by default, is where the files go: the tests write them elsewhere and compare.)
 
 Conventions of the written forms (see the README): a written side that begins with "@@" attaches
 to the output before it, so a number is written digit by digit ("@@1" "@@4" "@@7") and reads
@@ -13,8 +15,9 @@ the written side.
 """
 
 import os
+import sys
 
-HERE = os.path.dirname(os.path.abspath(__file__))
+HERE = sys.argv[1] if len(sys.argv) > 1 else os.path.dirname(os.path.abspath(__file__))
 
 UNITS = ["one", "two", "three", "four", "five", "six", "seven", "eight", "nine"]
 TEENS = ["ten", "eleven", "twelve", "thirteen", "fourteen", "fifteen", "sixteen", "seventeen",
@@ -162,7 +165,7 @@ def decimals():
     r.append(rule("frac_digit", ["<digit>", "zero:@@0", "oh:@@0", "o:@@0"], True))
     r.append(rule("fraction", ["point:@@. <frac_digit>+"], True))
     # Larger amounts keep their scale word ("5.2 million"); thousands are written out.
-    scale_words = ["million", "billion", "trillion", "lakh", "crore"]
+    scale_words = SCALES[1:] + ["lakh", "crore"]
     r.append(rule("scale_word", scale_words, True))
     r.append(rule("decimal", [
         "[minus:-] (<positive> | zero:@@0 | oh:@@0) <fraction> [<scale_word>]",
@@ -185,7 +188,7 @@ WORD_CURRENCIES = ["rupees", "rupee", "francs", "franc", "yuan", "pesos", "peso"
 
 def money():
     r = []
-    r.append(rule("cents", [":@@. <pad2>"], True))
+    r.append(rule("cents", [":@@. (<pad2> | zero:@@00)"], True))
     forms = []
     for one, many, sign, minor_one, minor_many in CURRENCIES:
         sign_token = ":%s@@" % sign
@@ -215,7 +218,7 @@ def times():
     r.append(rule("hour", [token(w, "%02d" % n) for w, n in hours], True, per_line=6))
     r.append(rule("hour12", [token(w, "%02d" % n) for w, n in hours if 1 <= n <= 12], True,
                   per_line=6))
-    minutes = ['"oh %s:@@\\:0%d"' % (u, i + 1) for i, u in enumerate(UNITS)]
+    minutes = [token("oh " + u, "@@\\:0%d" % (i + 1)) for i, u in enumerate(UNITS)]
     minutes += [token(spoken_cardinal(n), "@@\\:%02d" % n) for n in range(10, 60)]
     r.append(rule("minute", minutes, True, per_line=6))
     r.append(rule("ampm", ['"a m:a.m."', '"p m:p.m."', "am:a.m.", "pm:p.m.", '"a.m.:a.m."',
@@ -299,7 +302,7 @@ UNITS_OF_MEASURE = [
     ("kilobytes", "KB"), ("megabytes", "MB"), ("gigabytes", "GB"), ("terabytes", "TB"),
     ("hertz", "Hz"), ("kilohertz", "kHz"), ("megahertz", "MHz"), ("gigahertz", "GHz"),
     ("volts", "V"), ("volt", "V"), ("watts", "W"), ("watt", "W"), ("kilowatts", "kW"),
-    ("kilowatt", "kW"), ("kilowatt hours", "kWh"), ("milliseconds", "ms"),
+    ("kilowatt", "kW"), ("kilowatt hours", "kWh"), ("kilowatt hour", "kWh"), ("milliseconds", "ms"),
     ("millisecond", "ms"), ("kilobits per second", "kbps"), ("megabits per second", "Mbps"),
 ]
 
@@ -343,7 +346,8 @@ def telephone():
         "[\"plus:+\" <phone_digit>+ \":@@ \"] <phone_group3> :@@- <phone_group3> :@@- "
         "<phone_group4>",
         "\"plus:+\" <to999> \":@@ \" <phone_group3> :@@- <phone_group3> :@@- <phone_group4>",
-        "<phone_group3> :@@- <phone_group4>"], True, per_line=1))
+        "<phone_group3> :@@- <phone_group4>",
+        "<hundreds> \":@@ \" <phone_group3> :@@- <phone_group4>"], True, per_line=1))
     grammar("telephone", "".join(r), ["numbers"])
 
 
@@ -359,7 +363,10 @@ def electronic():
                             "<phone_digit> <phone_digit> <phone_digit>"], True))
     r.append(rule("ip", ["<octet> dot:@@. <octet> dot:@@. <octet> dot:@@. <octet>"], True))
     r.append(rule("letter", [token(l, "@@" + l) for l in LETTERS], True, per_line=9))
-    r.append(rule("name_part", ["<letter>+", "<domain>", "<letter>+ <phone_digit>+"], True))
+    # A spelt letter of the name before "at" reads the blank after it: words run together by
+    # letters ("send" as s e n d) would otherwise make the sentence before part of the address.
+    r.append(rule("spelt", ['"%s :@@%s"' % (l, l) for l in LETTERS], True, per_line=9))
+    r.append(rule("name_part", ["<spelt>+", "<domain>", "<spelt>+ <phone_digit>+"], True))
     r.append(rule("domain", [token(d, "@@" + d) for d in DOMAINS], True, per_line=6))
     r.append(rule("tld", [token(t, "@@" + t) for t in TLDS], True, per_line=9))
     r.append(rule("email", [
