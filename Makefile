@@ -58,6 +58,7 @@ fuzz:
 # sizes; bench-micro: the library's micro-benchmarks.
 bench: build
 	bench/scale_bench.sh $(BUILD)
+	bench/itn_bench.sh $(BUILD)
 
 bench-micro: build
 	$(BUILD)/bench/t2sfst_bench

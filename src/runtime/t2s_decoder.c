@@ -96,20 +96,24 @@ static inline int take(t2s_decoder* d, size_t i, const uint32_t* arc, int inside
 }
 
 /* Follows epsilon-input arcs within the current layer until no cost improves. The loader refuses
-   epsilon cycles that could lower a cost, so this ends; the sweep bound is a second guard. */
+   epsilon cycles that could lower a cost, so this ends; the sweep bound is a second guard. A
+   sweep reaches the entries it adds itself; only a cheaper way to an entry already there calls
+   for another. */
 static void close_layer(t2s_decoder* d, int inside_word) {
   const t2s_model* m = d->model;
   if (!m->has_epsilon) return;
   for (uint32_t sweep = 0; sweep <= m->num_states; ++sweep) {
-    int changed = 0;
+    int improved = 0;
     for (size_t i = d->layer_begin; i < d->n_entries; ++i) {
       const uint32_t* block = m->blocks + d->entries[i].block;
       if (!block_epsilon(block)) continue;
       const uint8_t* inputs = block_inputs(block);
-      for (uint32_t k = 0, n = block_arcs(block); k < n && inputs[k] == 0; ++k)
-        changed |= take(d, i, block_arc(block, k), inside_word);
+      for (uint32_t k = 0, n = block_arcs(block); k < n && inputs[k] == 0; ++k) {
+        size_t const before = d->n_entries;
+        if (take(d, i, block_arc(block, k), inside_word) && d->n_entries == before) improved = 1;
+      }
     }
-    if (!changed) return;
+    if (!improved) return;
   }
 }
 

@@ -106,6 +106,12 @@ static inline const char* fold_into(t2s_decoder* d, const char* bytes, size_t le
   return to;
 }
 
+/* Byte k of a text as the model reads it (a capital made small where it ignores case). */
+static inline uint8_t text_byte(const t2s_model* m, const char* bytes, size_t k) {
+  uint8_t const c = (uint8_t)bytes[k];
+  return m->fold_case && c >= 'A' && c <= 'Z' ? (uint8_t)(c + ('a' - 'A')) : c;
+}
+
 /* One text folded (see fold_into); NULL when out of memory. */
 static inline const char* folded_text(t2s_decoder* d, const char* bytes, size_t length) {
   if (!d->model->fold_case) return bytes;

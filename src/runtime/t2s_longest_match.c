@@ -130,8 +130,6 @@ static word_list* set_of_one(t2s_decoder* d, uint32_t block) {
 size_t t2s_decoder_longest_match(t2s_decoder* d, const char* bytes, size_t length,
                                  const uint32_t** outputs, size_t* n_outputs, float* weight) {
   const t2s_model* m = d->model;
-  bytes = folded_text(d, bytes, length);
-  if (!bytes) return 0;
   size_t longest = 0, longest_outputs = 0, k = 0;
   uint32_t one = m->start_block; /* the layer, when it is one state */
   word_list* layer = NULL;       /* the layer, when it is a set */
@@ -147,8 +145,9 @@ size_t t2s_decoder_longest_match(t2s_decoder* d, const char* bytes, size_t lengt
   }
   while (k < length && is_blank((uint8_t)bytes[k])) ++k;
   while (alive && k < length && bytes[k]) {
-    uint8_t const c = (uint8_t)bytes[k++];
-    int const next = k < length && !is_blank((uint8_t)bytes[k]) ? (uint8_t)bytes[k] : -1;
+    /* Folded byte by byte where the model ignores case: the match ends long before the text. */
+    uint8_t const c = text_byte(m, bytes, k++);
+    int const next = k < length && !is_blank((uint8_t)bytes[k]) ? text_byte(m, bytes, k) : -1;
     const uint32_t* arc = NULL;
     if (!layer) {
       int const way = one_way(m, m->blocks + one, c, next, &arc);
@@ -189,8 +188,11 @@ size_t t2s_decoder_longest_match(t2s_decoder* d, const char* bytes, size_t lengt
   /* The layered search's state is untouched unless the sets renumbered the layers. */
   if (d->renumbered || !d->fresh) t2s_decoder_reset(d);
   if (!longest) return 0;
-  if (!longest_single)
-    return t2s_decode_folded(d, bytes, longest, outputs, n_outputs, weight) ? longest : 0;
+  if (!longest_single) {
+    const char* const prefix = folded_text(d, bytes, longest);
+    return prefix && t2s_decode_folded(d, prefix, longest, outputs, n_outputs, weight) ? longest
+                                                                                       : 0;
+  }
   d->outputs.n = longest_outputs;
   if (outputs) *outputs = d->outputs.items;
   if (n_outputs) *n_outputs = d->outputs.n;
