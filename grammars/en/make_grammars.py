@@ -101,7 +101,8 @@ def numbers():
     r.append(rule("two_digit", ["<teen>", "<tens> (<digit> | :@@0)"], True))
     r.append(rule("to99", ["<digit>", "<two_digit>"], True))
     r.append(rule("pad2", [":@@0 <digit>", "<two_digit>"], True))
-    r.append(rule("hundreds", ["(<digit> | a:@@1) hundred: [and:] (<pad2> | :@@00)"], True))
+    r.append(rule("hundreds", ["(<digit> | a:@@1) hundred: [and:] (<pad2> | :@@00)",
+                               "hundred:@@1 [and:] (<pad2> | :@@00)"], True))
     r.append(rule("to999", ["<to99>", "<hundreds>"], True))
     r.append(rule("pad3", [":@@00 <digit>", ":@@0 <two_digit>", "<hundreds>"], True))
     # "eleven hundred", "nineteen hundred and five", "twenty five hundred"
@@ -145,12 +146,17 @@ def ordinals():
     r.append(rule("ord_to99", ["<ord_digit>", "<ord_two_digit>"], True))
     r.append(rule("ord_pad2", [":@@0 <ord_digit>", "<ord_two_digit>"], True))
     r.append(rule("ord_hundreds", ["(<digit> | a:@@1) hundred: [and:] <ord_pad2>",
+                                   "hundred:@@1 [and:] <ord_pad2>",
                                    "(<digit> | a:@@1) hundredth:@@00th"], True))
     r.append(rule("ord_pad3", [":@@00 <ord_digit>", ":@@0 <ord_two_digit>", "<ord_hundreds>"],
                   True))
     r.append(rule("ord_after_thousand", ["[and:] <ord_pad3>"], True))
+    # "first" and "second" alone are usually words ("the first time", "a second"): the other
+    # ordinals of one word are written.
+    r.append(rule("ord_lone", [token(w, "@@%d%s" % (i + 1, suffix(i + 1)))
+                               for i, w in enumerate(ORD_UNITS) if i >= 2], True))
     r.append(rule("ordinal", [
-        "<ord_two_digit>", "<ord_hundreds>",
+        "<ord_lone>", "<ord_two_digit>", "<ord_hundreds>",
         "(<to999> | a:@@1) thousand: <ord_after_thousand>",
         "(<to999> | a:@@1) thousandth:@@000th",
         "(<to999> | a:@@1) million: (<pad3> thousand: <ord_after_thousand> | "
@@ -218,7 +224,13 @@ def times():
     r.append(rule("hour", [token(w, "%02d" % n) for w, n in hours], True, per_line=6))
     r.append(rule("hour12", [token(w, "%02d" % n) for w, n in hours if 1 <= n <= 12], True,
                   per_line=6))
-    minutes = [token("oh " + u, "@@\\:0%d" % (i + 1)) for i, u in enumerate(UNITS)]
+    # Without "a m" or "p m", "seven oh five" is a time, but "nineteen oh five" a year.
+    r.append(rule("hour_oh", [token(w, "%02d" % n) for w, n in hours if 1 <= n <= 10], True,
+                  per_line=6))
+    oh_minutes = [token("oh " + u, "@@\\:0%d" % (i + 1)) for i, u in enumerate(UNITS)]
+    # "seven oh five": a time even without "a m" or "p m".
+    r.append(rule("oh_minute", oh_minutes, True, per_line=5))
+    minutes = ["<oh_minute>"]
     minutes += [token(spoken_cardinal(n), "@@\\:%02d" % n) for n in range(10, 60)]
     r.append(rule("minute", minutes, True, per_line=6))
     r.append(rule("ampm", ['"a m:a.m."', '"p m:p.m."', "am:a.m.", "pm:p.m.", '"a.m.:a.m."',
@@ -236,13 +248,15 @@ def times():
         minutes_word = "" if m in (15, 30) else " [minutes: | minute:]"
         to_forms.append('"%s:"%s to: <%s>' % (spoken, minutes_word, name)
                         if " " in spoken else "%s:%s to: <%s>" % (spoken, minutes_word, name))
-    past = ["quarter: past: <hour12> :@@\\:15", "half: past: <hour12> :@@\\:30"]
+    past = ["[a:] quarter: past: <hour12> :@@\\:15", "half: past: <hour12> :@@\\:30"]
     past += ["%s [minutes: | minute:] past: <hour12> :@@\\:%02d" %
              ('"%s:"' % spoken_cardinal(m) if " " in spoken_cardinal(m) else spoken_cardinal(m) + ":",
               m) for m in range(1, 60) if m not in (15, 30)]
     suffixes = "[<ampm>] [<zone>]"
     r.append(rule("time", [
         "<hour> <minute> (<ampm> | <zone>) [<zone>]",
+        "<hour> <oh_minute> (<ampm> | <zone>) [<zone>]",
+        "<hour_oh> <oh_minute>",
         "<hour> \"o'clock:@@\\\\:00\" %s" % suffixes,
         "<hour12> :@@\\:00 <ampm> [<zone>]",
         "(%s) %s" % (" | ".join(past), suffixes),
@@ -276,7 +290,7 @@ def dates():
     decades += [token("two thousands", "2000s")]
     r.append(rule("decade", decades, True, per_line=3))
     r.append(rule("date", [
-        "<month> <day> [[comma:] <year>]",
+        "<month> [the:] <day> [[comma:] <year>]",
         "[the:] <day> of: <month> [[comma:] <year>]",
         "<month> <year>",
         "<decade>",
