@@ -179,8 +179,8 @@ TEST(ModelDecoder, AgreesWithAPlainSearchOnRandomModels) {
       std::vector<std::optional<std::pair<float, std::vector<uint32_t>>>> decoded;
       for (int t = 0; t < 20; ++t) {
         std::string text;
-        for (size_t i = rng() % 12; i > 0; --i)
-          text += (fold ? "aBcAbC \t" : "abc  \t")[rng() % (fold ? 8 : 6)];
+        std::string const alphabet = fold ? "aBcAbC \t" : "abc  \t";
+        for (size_t i = rng() % 12; i > 0; --i) text += alphabet[rng() % alphabet.size()];
         texts.push_back(text);
         t2s_decoder_reset(decoder);
         for (size_t i = 0; i < text.size(); i += 3)
