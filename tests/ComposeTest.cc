@@ -73,6 +73,21 @@ TEST(Compose, EdgesAndStatePairs) {
               "^FATAL: can't compose different semirings: MinPlus and PlusTimes\n");
 }
 
+// A lexicon (a word written on its first letter) composed with a back-off model: the model's
+// lone back-off moves come just before a word is matched, never inside one. The result has a
+// state per lexicon state and history: (0, h0), (1, hX), (2, hY), (3, hY), (0, hX), (0, hY), as
+// the other toolkit's default gives; backing off inside a word would add three more.
+TEST(Compose, LexiconWithBackOffLeavesNoDeadState) {
+  FSTGeneric lexicon = Text("I 0\nF 0\nT 0 1 a X\nT 1 0 b\nT 0 2 a Y\nT 2 3 c\nT 3 0 c\n");
+  FSTGeneric model = Text("I 0\nF 0\nF 1 1\nF 2 1\nT 0 1 X X 1\nT 0 2 Y Y 2\nT 1 2 Y Y 0.5\n"
+                          "T 1 0 , , 0.5\nT 2 0 , , 0.25\n");
+  FSTGeneric composed = FSTBasic(FSTCompose(lexicon, model));
+  EXPECT_EQ(composed->states().size(), 6) << Describe(composed);
+  EXPECT_EQ(FSTTrim(FSTBasic(composed))->states().size(), 6);
+  EXPECT_TRUE(SameLanguage(FSTMinPlus, Enumerate(composed, 6),
+                           Compose(FSTMinPlus, Enumerate(lexicon, 6), Enumerate(model, 6), 6)));
+}
+
 TEST(Invert, SwapsSidesAndInvertsWeights) {
   std::mt19937 rng(24);
   for (FSTSemiringBase const* s : {FSTMinPlus, FSTPlusTimes})

@@ -9,7 +9,7 @@ namespace {
 
 uint32_t const state_mask = (1u << 30) - 1;
 int const filter_free = 0;
-int const filter_first_moved = 2;  // the first operand moved alone since the last match
+int const filter_second_moved = 1;  // the second operand moved alone since the last match
 
 }  // namespace
 
@@ -77,14 +77,23 @@ void FSTComposeRep::_arcs_out(int p, int in, int out, FSTArcMode mode, FSTArcOrd
   };
   auto input_ok = [&](int label) { return in < 0 || FSTLabelMatches(label, in, mode); };
   auto output_ok = [&](int label) { return out < 0 || FSTLabelMatches(label, out, mode); };
-  // The second operand alone, unless the first has moved alone since the last match. Only
-  // where the second can move alone does a lone move of the first need the filter's mark.
-  FSTArcIter second_alone;
-  if (_epsilon) second_alone = _second_by_input(second, s2, 0);
-  int const after_first_alone = second_alone.done() ? filter_free : filter_first_moved;
-  if (filter != filter_first_moved && input_ok(0))
-    for (FSTArc* a2 : second_alone)
-      if (output_ok(a2->output)) emit(0, a2->output, a2->weight, _target(s1, filter_free, a2->to));
+  // The second operand alone, always; it then blocks the first's lone moves until the next
+  // match, where the first has any to block.
+  FSTArcIter first_alone;
+  if (_epsilon) first_alone = _first_by_output(first, s1, 0);
+  int const after_second_alone = first_alone.done() ? filter_free : filter_second_moved;
+  bool const first_may_move_alone = filter != filter_second_moved;
+  // After a lone move of the second, the first can only match or end: where its state has
+  // neither an arc that writes a label nor finality, the move leads nowhere, and is not made
+  // (a back-off inside a lexicon's word would otherwise leave a dead state per letter).
+  int const unknown_count = 2147483647;
+  int const n_first = _epsilon ? first.n_arcs_out(s1) : 0;
+  bool const second_may_move_alone =
+      _epsilon && (n_first == unknown_count || n_first > first_alone.size() || first.is_final(s1));
+  if (input_ok(0) && second_may_move_alone)
+    for (FSTArc* a2 : _second_by_input(second, s2, 0))
+      if (output_ok(a2->output))
+        emit(0, a2->output, a2->weight, _target(s1, after_second_alone, a2->to));
 
   // A lazy operand (whose arc count is not known) drives: probing it label by label would
   // compute its arcs again for every label. Otherwise a label restriction picks the side it
@@ -116,7 +125,8 @@ void FSTComposeRep::_arcs_out(int p, int in, int out, FSTArcMode mode, FSTArcOrd
     for (FSTArc const& a1 : driving) {
       if (!input_ok(a1.input)) continue;
       if (a1.output == 0) {
-        if (output_ok(0)) emit(a1.input, 0, a1.weight, _target(a1.to, after_first_alone, s2));
+        if (output_ok(0) && first_may_move_alone)
+          emit(a1.input, 0, a1.weight, _target(a1.to, filter_free, s2));
         continue;
       }
       for (FSTArc* a2 : _second_by_input(second, s2, a1.output))
@@ -125,10 +135,10 @@ void FSTComposeRep::_arcs_out(int p, int in, int out, FSTArcMode mode, FSTArcOrd
                _target(a1.to, filter_free, a2->to));
     }
   } else {
-    if (output_ok(0))
+    if (output_ok(0) && first_may_move_alone)
       for (FSTArc* a1 : _first_by_output(first, s1, 0)) driving.push_back(*a1);
     for (FSTArc const& a1 : driving)
-      if (input_ok(a1.input)) emit(a1.input, 0, a1.weight, _target(a1.to, after_first_alone, s2));
+      if (input_ok(a1.input)) emit(a1.input, 0, a1.weight, _target(a1.to, filter_free, s2));
     driving.clear();
     for (FSTArc* a : second.arcs_out(s2, FSTArcOrderAny)) driving.push_back(*a);
     for (FSTArc const& a2 : driving) {

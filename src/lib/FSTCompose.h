@@ -8,15 +8,19 @@
 // Epsilon filter. An arc of the first operand with output epsilon moves it alone; an arc of the
 // second with input epsilon moves the second alone; other arcs move together on equal labels.
 // Between two matched labels the first operand may take k1 lone moves and the second k2, in any
-// interleaving; the filter lets through exactly one, all of the second's moves first:
+// interleaving; the filter lets through exactly one, all of the first's moves first:
 //
-//   filter  | second alone (input eps) | first alone (output eps)   | together (label x:x)
+//   filter  | first alone (output eps) | second alone (input eps)   | together (label x:x)
 //   --------+--------------------------+----------------------------+---------------------
-//   0       | allowed, -> 0            | allowed, -> 2 (0 when the  | allowed, -> 0
-//           |                          |  second's state reads no   |
+//   0       | allowed, -> 0            | allowed, -> 1 (0 when the  | allowed, -> 0
+//           |                          |  first's state writes no   |
 //           |                          |  epsilon: nothing to block)|
-//   2       | blocked                  | allowed, -> 2              | allowed, -> 0
+//   1       | blocked                  | allowed, -> 1              | allowed, -> 0
 //
+// The second's lone moves (a back-off, say) come last, just before the match that needs them,
+// and are not made where the first's state has no arc that writes a label and is not final
+// (after them the first could only match or end): a lexicon composed with a back-off model keeps
+// one state per lexicon state and history, with no state for a back-off inside a word.
 // so every pair of matching operand paths gives exactly one path of the result.
 //
 // Operands are asked through FSTOperand.h, so any machine serves: an inversion view is probed on
