@@ -4,7 +4,10 @@ set -euo pipefail
 
 packages=(cmake g++ make flex libfl-dev bison libgtest-dev libbenchmark-dev pkg-config
   # the Python module, its tests and the Dask example
-  python3-dev pybind11-dev python3-pybind11 python3-pytest python3-dask python3-distributed)
+  python3-dev pybind11-dev python3-pybind11 python3-pytest python3-dask python3-distributed
+  # the peer toolkit the interop and agreement tests compare with, and the CMU dictionary of
+  # the benchmarks
+  libfst-tools pocketsphinx-en-us)
 # make fuzz also needs clang, whose runtime carries libFuzzer.
 [[ -n "${T2SFST_NEED_CLANG:-}" ]] && packages+=(clang)
 missing=()
