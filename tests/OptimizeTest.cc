@@ -288,6 +288,43 @@ TEST(Minimize, MinimalEquivalentAndStable) {
   EXPECT_EQ(FSTMinimize(Text("T 0 1 a\n"), 0.001f)->states().size(), 0);
 }
 
+// Weights within delta of each other at every step of a path must not add up: no path's weight
+// moves by more than delta, though each merge alone is within it.
+TEST(Minimize, NoPathDriftsByMoreThanDelta) {
+  std::mt19937 rng(45);
+  float const delta = 0.1f;
+  int merged = 0;
+  for (int round = 0; round < 100; ++round) {
+    // Full binary trees of depth 4 (labels a and b, leaves final), weights in steps of 0.04:
+    // every arc is within delta of its sibling subtree's, so merging arc by arc would let a
+    // path drift by up to four steps.
+    std::string text = "I 0\n";
+    int next = 1;
+    std::vector<int> level{0};
+    for (int depth = 0; depth < 4; ++depth) {
+      std::vector<int> below;
+      for (int p : level)
+        for (char label : {'a', 'b'}) {
+          text += "T " + std::to_string(p) + " " + std::to_string(next) + " " + label + " , " +
+                  std::to_string(0.04 * double(rng() % 3)) + "\n";
+          below.push_back(next++);
+        }
+      level = below;
+    }
+    for (int p : level) text += "F " + std::to_string(p) + "\n";
+    FSTGeneric m = Text(text);
+    FSTGeneric small = FSTMinimize(m, delta);
+    Language const want = Enumerate(m, 8), got = Enumerate(small, 8);
+    ASSERT_EQ(got.size(), want.size()) << text;
+    for (auto const& [strings, weight] : want) {
+      ASSERT_TRUE(got.count(strings)) << text;
+      EXPECT_LE(std::fabs(got.at(strings) - weight), delta * 1.0001f) << text << Describe(small);
+    }
+    merged += small->states().size() < FSTMinimize(m, 0)->states().size();
+  }
+  EXPECT_GT(merged, 30);  // delta did merge states: the bound was put to the test
+}
+
 // State counts against the peer's fstdeterminize | fstminimize | fstconnect.
 TEST(Minimize, AsSmallAsPeerToolkit) {
   if (RunCommand("command -v fstcompile && command -v fstminimize").status != 0)

@@ -1,5 +1,7 @@
 #include "FSTMinimize.h"
 
+#include <tuple>
+
 #include <sys/mman.h>
 #include <unistd.h>
 
@@ -99,28 +101,91 @@ struct TransitionGraph {
 
 // ---- acyclic: merge by height, bottom up ----
 
-std::vector<int> by_height(Machine const& m, std::vector<int> const& order) {
-  std::vector<std::vector<std::pair<int, int>>> out(size_t(m.n));  // (symbol, target)
-  for (Transition const& t : m.transitions) out[size_t(t.from)].push_back({t.symbol, t.to});
+// With weights (additive ones: costs or scores), a state joins a class only while no path from
+// the class's first member, whose arcs the result keeps, moves by more than delta from the same
+// path from the state: the drift of a class is the largest, over its members, of the final
+// weights' difference and, arc by arc, the weights' difference plus the drift of the class the
+// arc leads to. Merging arc by arc within delta would let a path drift by delta at every state.
+struct Drift {
+  std::vector<float> const& weight;  // per transition
+  std::vector<float> const& final;   // per state
+  float delta;
+};
+
+std::vector<int> by_height(Machine const& m, std::vector<int> const& order,
+                           Drift const* drift = nullptr) {
+  struct Out {
+    int symbol, to;
+    float weight;
+  };
+  std::vector<std::vector<Out>> out(size_t(m.n));
+  for (size_t i = 0; i < m.transitions.size(); ++i) {
+    Transition const& t = m.transitions[i];
+    out[size_t(t.from)].push_back({t.symbol, t.to, drift ? drift->weight[i] : 0.0f});
+  }
   std::vector<int> height(size_t(m.n), 0);
   for (auto p = order.rbegin(); p != order.rend(); ++p)
-    for (auto const& st : out[size_t(*p)])
-      height[size_t(*p)] = std::max(height[size_t(*p)], height[size_t(st.second)] + 1);
+    for (Out const& o : out[size_t(*p)])
+      height[size_t(*p)] = std::max(height[size_t(*p)], height[size_t(o.to)] + 1);
   std::vector<int> states(size_t(m.n));
   std::iota(states.begin(), states.end(), 0);
   std::stable_sort(states.begin(), states.end(),
                    [&](int a, int b) { return height[size_t(a)] < height[size_t(b)]; });
-  // Targets sit lower, so their classes are known when a state's signature is formed.
+  // Targets sit lower, so their classes are known when a state's signature is formed; a class's
+  // first member is its smallest state (the stable sort keeps the order within a height), the
+  // one whose arcs the result keeps.
   std::vector<int> cls(size_t(m.n), -1);
-  std::map<std::pair<long, std::vector<std::pair<int, int>>>, int> classes;
+  struct Class {
+    int first;
+    float drift;
+  };
+  std::vector<Class> classes;
+  std::map<std::pair<long, std::vector<std::pair<int, int>>>, std::vector<int>> by_signature;
+  auto arcs_in_order = [&](int s) {
+    std::vector<Out> arcs = out[size_t(s)];
+    std::sort(arcs.begin(), arcs.end(), [&](Out const& a, Out const& b) {
+      return std::make_tuple(a.symbol, cls[size_t(a.to)], a.weight) <
+             std::make_tuple(b.symbol, cls[size_t(b.to)], b.weight);
+    });
+    return arcs;
+  };
   for (int s : states) {
     std::vector<std::pair<int, int>> signature;
-    for (auto const& st : out[size_t(s)]) signature.push_back({st.first, cls[size_t(st.second)]});
+    for (Out const& o : out[size_t(s)]) signature.push_back({o.symbol, cls[size_t(o.to)]});
     std::sort(signature.begin(), signature.end());
-    auto key = std::make_pair(m.final_class[size_t(s)], std::move(signature));
-    auto found = classes.find(key);
-    if (found == classes.end()) found = classes.emplace(std::move(key), int(classes.size())).first;
-    cls[size_t(s)] = found->second;
+    std::vector<int>& candidates =
+        by_signature[std::make_pair(m.final_class[size_t(s)], std::move(signature))];
+    int chosen = -1;
+    float chosen_drift = 0;
+    std::vector<Out> const mine = drift ? arcs_in_order(s) : std::vector<Out>();
+    for (int c : candidates) {
+      if (!drift) {
+        chosen = c;
+        break;
+      }
+      // How far s's paths lie from those of the class's first member, through the classes.
+      int const first = classes[size_t(c)].first;
+      float d = m.final_class[size_t(s)] == std::numeric_limits<long>::min()
+                    ? 0.0f
+                    : std::fabs(drift->final[size_t(s)] - drift->final[size_t(first)]);
+      std::vector<Out> const theirs = arcs_in_order(first);
+      for (size_t k = 0; k < mine.size(); ++k)
+        d = std::max(d, std::fabs(mine[k].weight - theirs[k].weight) +
+                            classes[size_t(cls[size_t(mine[k].to)])].drift);
+      if (!(d <= drift->delta)) continue;
+      chosen = c, chosen_drift = d;
+      break;
+    }
+    if (chosen < 0) {
+      chosen = int(classes.size());
+      float d = 0;  // the first member's own paths drift only as far as the classes it enters
+      for (Out const& o : out[size_t(s)]) d = std::max(d, classes[size_t(cls[size_t(o.to)])].drift);
+      classes.push_back({s, d});
+      candidates.push_back(chosen);
+    } else {
+      classes[size_t(chosen)].drift = std::max(classes[size_t(chosen)].drift, chosen_drift);
+    }
+    cls[size_t(s)] = chosen;
   }
   return cls;
 }
@@ -466,6 +531,7 @@ FSTGeneric FSTMinimize(FSTGeneric m, float delta) {
 
   // Symbols: (input, output, weight cluster); final classes: final weight clusters.
   Machine machine;
+  std::vector<float> arc_weights, finals;  // per transition and per state, pushed
   machine.n = n;
   {
     std::vector<std::pair<long, float>> keyed;
@@ -479,19 +545,28 @@ FSTGeneric FSTMinimize(FSTGeneric m, float delta) {
     }
     std::vector<int> symbol = weight_clusters(keyed, delta);
     for (size_t i = 0; i < symbol.size(); ++i) machine.transitions[i].symbol = symbol[i];
+    for (auto const& k : keyed) arc_weights.push_back(k.second);
     keyed.clear();
     for (int p = 0; p < n; ++p)
       keyed.push_back(
           {table.final[size_t(original[size_t(p)])] != s.zero ? 0 : 1, final_weight(p)});
     std::vector<int> final_cluster = weight_clusters(keyed, delta);
+    for (auto const& k : keyed) finals.push_back(k.second);
     for (int p = 0; p < n; ++p)
       machine.final_class.push_back(keyed[size_t(p)].first == 0 ? final_cluster[size_t(p)]
                                                                 : std::numeric_limits<long>::min());
   }
 
   std::vector<int> order, cls;
-  if (topological_order(TransitionGraph(machine), false, order))
-    cls = by_height(machine, order);
+  if (topological_order(TransitionGraph(machine), false, order)) {
+    // Costs and scores add up along a path: their drift is bounded by delta per path.
+    if (&s != FSTPlusTimes && delta > 0) {
+      Drift const drift{arc_weights, finals, delta};
+      cls = by_height(machine, order, &drift);
+    } else {
+      cls = by_height(machine, order);
+    }
+  }
   else if (deterministic(machine))
     cls = hopcroft(machine);
   else

@@ -12,7 +12,11 @@
 // delta from its smallest weight (delta 0: equal weights).
 // Cost: O(m log m) time for the symbols plus the merging below; about 60 bytes per arc at peak.
 //
-// What it guarantees: the result accepts the same weighted language (weights within delta).
+// What it guarantees: the result accepts the same weighted language (weights within delta). On
+// an acyclic machine with costs or scores (not PlusTimes), no path's weight moves by more than
+// delta: a state joins a class only while its paths stay within delta of the class's kept
+// ones, the differences along a path counted together (a few more states than merging arc by
+// arc: 0.13% on a 10^5-word letter lexicon, in the same time).
 // On a machine deterministic in those symbols (no state with two arcs of one input, output and
 // weight) it is the minimal such machine: acyclic machines are merged bottom up by height in
 // linear time, cyclic ones by partition refinement in O(m log n). A nondeterministic machine
