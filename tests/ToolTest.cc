@@ -151,6 +151,23 @@ TEST(Tool, RelationVerbs) {
   EXPECT_GE(lines.size(), 4u);
 }
 
+// train: pairs tell the two "a" arcs apart; the weights start even (4 log 1/3), become the
+// relative frequencies (2 log 1/2 + 2 log 1/4), written back as costs.
+TEST(Tool, TrainWeightsFromExamples) {
+  std::string const m = WriteTempFile("train.fst", "I 0\nT 0 1 a x 1\nT 0 1 a y 1\nT 1 2 b b\nT 0 2 c c 1\nF 2\n");
+  std::string const corpus = WriteTempFile("train.tsv", "a b\tx b\na b\ty b\na b\tx b\nc\tc\n");
+  std::string const out = WriteTempFile("train.out", "");
+  CommandResult r = RunCommand(tool + " train --pairs --iterations 2 " + m + " " + corpus + " " + out);
+  EXPECT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out, "iteration 1: log-likelihood -4.394449\niteration 2: log-likelihood -4.158883\n"
+                   "trained: log-likelihood -4.158883\n");
+  EXPECT_EQ(RunCommand(tool + " print " + out).out, RunCommand(tool + " print " + WriteTempFile(
+      "train.want", "I 0\nT 0 1 a x 0.693147\nT 0 1 a y 1.386294\nT 0 2 c c 1.386294\nT 1 2 b b\nF 2\n")).out);
+  r = RunCommand(tool + " train --pairs " + m + " " + m + " " + out);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "t2sfst train: " + m + ", line 1: expected the input, a tab and the output\n");
+}
+
 TEST(Tool, InfoReportsStructure) {
   std::string file = WriteTempFile("info.fst", machine_text);
   CommandResult r = RunCommand(tool + " info " + file);

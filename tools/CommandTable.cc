@@ -312,6 +312,33 @@ std::vector<Command> const table = {
       {"--machine", nullptr, "write the paths as a machine instead of lines"},
       include_dir},
      {"t2sfst randgen -n 10 --seed 7 examples/times.gram"}},
+    {"train", RunTrain,
+     "[--iterations N] [--pairs] [--outputs] [--by-output-label] [--smoothing S] [--binary] "
+     "MACHINE CORPUS OUT",
+     "estimate a machine's weights from examples",
+     "Re-estimates the weights of MACHINE by expectation-maximisation so that the examples of "
+     "CORPUS become likely, and writes the result to OUT in MACHINE's semiring. Each iteration "
+     "counts how often each arc and final weight is used on the examples' paths, in proportion "
+     "to the paths' probabilities (costs are read as exp(-cost)), and makes the counts "
+     "probabilities: at each state the arcs and the final weight sum to one. The corpus "
+     "log-likelihood of each iteration is printed (on standard error when OUT is standard "
+     "output); it never decreases. Examples the machine cannot produce are left out and "
+     "counted.",
+     {{"MACHINE", nullptr, "the machine to train; its arcs and states stay as they are"},
+      {"CORPUS", nullptr,
+       "one example a line: blank-separated input labels, or with --pairs the input, a tab and "
+       "the output"},
+      {"OUT", nullptr, "the trained machine"}},
+     {{"--iterations", "N", "how many iterations (default 10)"},
+      {"--pairs", nullptr, "examples are input-output pairs"},
+      {"--outputs", nullptr, "examples are strings of the output side"},
+      {"--by-output-label", nullptr,
+       "make arcs sum to one per state and output label instead of per state"},
+      {"--smoothing", "S",
+       "add S to every count of a visited state, so that no arc's weight becomes zero "
+       "(default 0)"},
+      binary},
+     {"t2sfst train --pairs --iterations 5 lexicon.fst pairs.tsv lexicon.trained.fst"}},
     {"ngram-compile", RunNgramCompile, "ARPA OUT", "compile an ARPA back-off model into a model file",
      "Reads an ARPA back-off model of order 2 or 3 and writes it as an n-gram model file, "
      "which every command reads as a machine: a state per history, an arc per n-gram, an "

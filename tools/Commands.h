@@ -73,6 +73,7 @@ int RunIntersect(int argc, char** argv);
 int RunDifference(int argc, char** argv);
 int RunEquivalent(int argc, char** argv);
 int RunRandGen(int argc, char** argv);
+int RunTrain(int argc, char** argv);
 int RunTry(int argc, char** argv);
 
 #endif

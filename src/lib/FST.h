@@ -40,6 +40,7 @@
 #include "FSTShortestPath.h"
 #include "FSTStringMap.h"
 #include "FSTTopologicalSort.h"
+#include "FSTTrain.h"
 #include "FSTUnion.h"
 #include "FSTlib.h"
 #include "sq.h"

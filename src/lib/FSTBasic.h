@@ -6,8 +6,9 @@
 #include <climits>
 
 #include "FSTGeneric.h"
+#include "FSTTrain.h"
 
-class FSTBasicRep : public FSTGenericInt {
+class FSTBasicRep : public FSTTrainableRep {
  public:
   // An empty machine in semiring s.
   explicit FSTBasicRep(FSTSemiringBase const* s);
@@ -69,6 +70,7 @@ class FSTBasicRep : public FSTGenericInt {
   using FSTGenericInt::_sort_arcs;
 
  private:
+  void _set_trained_final(int p, float w) override { set_final(p, w); }
   struct _State {
     float final;  // the semiring's zero when not final
     float potential;
@@ -76,7 +78,6 @@ class FSTBasicRep : public FSTGenericInt {
   };
   static constexpr size_t _state_units = 4;
   static_assert(sizeof(_State) == _state_units * FSTAllocator::unit_bytes, "a state is 32 bytes");
-  struct _TrainData;  // weight training is not part of this build
 
   enum class _Conversion {
     none,
@@ -108,7 +109,6 @@ class FSTBasicRep : public FSTGenericInt {
   fst::set<int> _output_labels;
   // The labels last inserted, so runs of arcs with one label skip the set lookups.
   int _last_input = INT_MIN, _last_output = INT_MIN;
-  _TrainData* _train_data;
 };
 
 FSTGeneric FSTBasic(FSTSemiringBase const* s);

@@ -423,3 +423,13 @@ FSTGeneric FSTLoadBinary(std::istream& is, char const* header) {
 FSTGeneric FSTLoadBinary(std::istream& is, char const* header, char const* file) {
   return new FSTBinaryRep(is, header, file);
 }
+
+void FSTBinaryRep::dump_ascii(std::ostream& os, bool header) const {
+  if (_train_data) FSTFatal("FSTBinaryRep::dump_ascii: can't dump when in training mode");
+  FSTGenericInt::dump_ascii(os, header);
+}
+
+void FSTBinaryRep::dump_binary(std::ostream& os) const {
+  if (_train_data) FSTFatal("FSTBinaryRep::dump_binary: can't dump when in training mode");
+  FSTGenericInt::dump_binary(os);
+}

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "FSTGeneric.h"
+#include "FSTTrain.h"
 
 // ---- primitives ----
 
@@ -48,7 +49,7 @@ std::istream& FSTBinaryCin();
 
 // ---- the stored representation ----
 
-class FSTBinaryRep : public FSTGenericInt {
+class FSTBinaryRep : public FSTTrainableRep {
  public:
   // Reads the format after its header line; file names the source in messages (may be null).
   FSTBinaryRep(std::istream& is, char const* header, char const* file = nullptr);
@@ -65,11 +66,17 @@ class FSTBinaryRep : public FSTGenericInt {
   float potential(int p) const override;
   void force() const override {}
   void reset() const override {}
+  // Both refuse a machine in training.
+  using FSTGenericInt::dump_ascii;
+  using FSTGenericInt::dump_binary;
+  void dump_ascii(std::ostream& os, bool header = true) const override;
+  void dump_binary(std::ostream& os) const override;
 
   FSTArcOrder arc_order() const { return _arc_order; }
   using FSTGenericInt::_sort_arcs;
 
  private:
+  void _set_trained_final(int p, float w) override { _states[size_t(p)].final = w; }
   struct _State {
     float final;
     float potential;

@@ -245,7 +245,7 @@ class FSTGenericInt : public FSTReferenceCounted {
   virtual void _train_end();
   virtual void _train_normalize();
   virtual void _train_normalize_by_outputlabel();
-  virtual void _train_update(fst::vector<double>& counts, fst::vector<double>& totals,
+  virtual void _train_update(fst::vector<double>& forward, fst::vector<double>& backward,
                              double scale);
 
   // File forms of the dumps: open the file and call the stream form.
