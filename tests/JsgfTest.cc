@@ -136,13 +136,27 @@ TEST(Jsgf, RecursionDefinitionsAndErrors) {
   EXPECT_TRUE(inputs.count("a and b and a and b"));
   EXPECT_NE(list.errors, "x");
 
-  // Left recursion: warned, expanded to a bounded depth, never hangs.
+  // Left recursion, mutual too, is regular: its whole language, without a warning; recursion
+  // in the middle is not: warned and expanded to a bounded depth.
   testing::internal::CaptureStderr();
   Compiled left = Compile("public <l> = <l> x | y;");
-  bool expanded = left.ok && Inputs(left.machine, 4).count("y x x x");
+  Compiled mutual = Compile("public <a> = <b> x | y; <b> = <a> z | w;");
+  Compiled mutual_unrolled = Compile("public <a> = (w x | y) (z x)*;");
   std::string warnings = testing::internal::GetCapturedStderr();
-  EXPECT_TRUE(expanded);
-  EXPECT_NE(warnings.find("WARNING: left recursion involving <l> and <l>\n"), std::string::npos);
+  ASSERT_TRUE(left.ok && mutual.ok && mutual_unrolled.ok);
+  EXPECT_EQ(warnings, "");
+  EXPECT_EQ(Inputs(left.machine, 20).count("y x x x x x x x x x x x x x x x x x"), 1u);
+  EXPECT_LT(FSTBasic(left.machine)->states().size(), 10);
+  EXPECT_EQ(Inputs(mutual.machine, 9), Inputs(mutual_unrolled.machine, 9));
+  testing::internal::CaptureStderr();
+  Compiled center = Compile("public <c> = x <c> y | z;");
+  bool cut = center.ok && Inputs(center.machine, 40).size() == 17;  // x^n z y^n, n to 16
+  warnings = testing::internal::GetCapturedStderr();
+  EXPECT_TRUE(cut);
+  EXPECT_NE(warnings.find("WARNING: recursion involving <c> is not regular: it is expanded to 16 "
+                          "nested calls\n"),
+            std::string::npos)
+      << warnings;
   EXPECT_NE(warnings.find("WARNING: FSTRtn: calls nested deeper than 16 are not expanded\n"),
             std::string::npos);
 
@@ -207,6 +221,13 @@ TEST(Jsgf, CompileGrammarCommand) {
             (std::set<std::string>{"at one:1", "at two:2"}));
   EXPECT_EQ(RunCommand(tool + " compile-grammar --format dot " + g).out.substr(0, 13),
             "digraph FST {");
+  // The network file keeps <h> a machine of its own; read back, the same sentences.
+  std::string const rtn = WriteTempFile("cmd.rtn", "");
+  ASSERT_EQ(RunCommand(tool + " compile-grammar --format rtn -o " + rtn + " " + g).status, 0);
+  std::ostringstream text;
+  text << std::ifstream(rtn).rdbuf();
+  EXPECT_NE(text.str().find("\n<h> "), std::string::npos);
+  EXPECT_EQ(Inputs(FSTLoad(rtn)), (std::set<std::string>{"at one:1", "at two:2"}));
   r = RunCommand(tool + " compile-grammar " + WriteTempFile("bad.gram", "public <a> = (x;"));
   EXPECT_EQ(r.status, 1);
   EXPECT_NE(r.err.find(": syntax error"), std::string::npos);

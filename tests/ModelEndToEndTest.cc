@@ -496,3 +496,54 @@ TEST(ModelEndToEnd, AttachedOutputsAndCase) {
 }
 
 }  // namespace
+
+namespace {
+
+// A contact list of 10^5 distinct names fills the rule <contacts> of a command grammar; the
+// library call builds the model the command builds.
+TEST(ModelEndToEnd, ClassesFillRulesFromPhraseFiles) {
+  std::string const tool = T2SFST_TOOL;
+  char const* syllables[] = {"ka", "lo", "mi", "ra", "ten", "so", "ve", "lin", "da", "mor",
+                             "jo", "an", "el", "ric", "ta", "be", "no", "sha", "gu", "pe"};
+  std::ostringstream contacts, few;
+  int n = 0;
+  for (int a = 0; a < 400 && n < 100000; ++a)
+    for (int b = 0; b < 250 && n < 100000; ++b, ++n) {
+      std::string first = std::string(syllables[a % 20]) + syllables[a / 20];
+      std::string last = std::string(syllables[b % 20]) + syllables[(b / 20) % 20] + "s";
+      std::string line = first + " " + last + ":" + char(first[0] - 32) + first.substr(1) + " " +
+                         char(last[0] - 32) + last.substr(1) + "\n";
+      contacts << line;
+      if (n % 100 == 0) few << line;
+    }
+  std::string const grammar = WriteTempFile(
+      "phone.gram", "#JSGF V1.0;\ngrammar phone;\npublic <command> = (call:CALL | text:TEXT) "
+                    "<contacts> [on mobile:MOBILE];\n");
+  std::string const all = WriteTempFile("contacts.txt", contacts.str());
+  std::string const model = WriteTempFile("phone.t2s", "");
+  CommandResult r = RunCommand(tool + " make-model --quiet --class contacts=" + all + " " +
+                               grammar + " " + model);
+  ASSERT_EQ(r.status, 0) << r.err;
+  r = RunCommand(tool + " apply " + model + " 'call kalo kalos' 'text tape peves on mobile'");
+  EXPECT_EQ(r.out, "CALL Kalo Kalos\nTEXT Tape Peves on MOBILE\n") << r.err;
+
+  std::string const some = WriteTempFile("few.txt", few.str());
+  std::string const by_command = WriteTempFile("few_command.t2s", ""),
+                    by_library = WriteTempFile("few_library.t2s", "");
+  ASSERT_EQ(RunCommand(tool + " make-model --quiet --class '<contacts>=" + some + "' " + grammar +
+                       " " + by_command).status,
+            0);
+  char const* names[] = {"contacts"};
+  char const* files[] = {some.c_str()};
+  EXPECT_EQ(MakeT2sModelWithClasses(grammar.c_str(), by_library.c_str(), 1, names, files), 0);
+  auto bytes = [](std::string const& path) {
+    std::ostringstream text;
+    text << std::ifstream(path, std::ios::binary).rdbuf();
+    return text.str();
+  };
+  EXPECT_EQ(bytes(by_library), bytes(by_command));
+  char const* missing[] = {"/nonexistent/contacts.txt"};
+  EXPECT_EQ(MakeT2sModelWithClasses(grammar.c_str(), by_library.c_str(), 1, names, missing), 1);
+}
+
+}  // namespace

@@ -40,7 +40,8 @@ Option const grammar_arg{"GRAMMAR", nullptr, "a JSGF grammar file (\"#JSGF V1.0;
 
 std::vector<Command> const table = {
     {"make-model", RunMakeModel,
-     "[-I DIR]... [--allow-undefined] [--max-states N] [--quiet] GRAMMAR MODEL",
+     "[-I DIR]... [--class NAME=FILE]... [--allow-undefined] [--max-states N] [--quiet] "
+     "GRAMMAR MODEL",
      "compile a JSGF grammar into a packed T2S model",
      "Compiles GRAMMAR with its imports, optimizes it, expands its labels to one byte per arc, "
      "optimizes again and writes the packed model that 'apply' and the C runtime read. Every "
@@ -52,10 +53,16 @@ std::vector<Command> const table = {
      "(split at the last ':'); a plain token writes itself; tags vanish; weights /w/ on "
      "alternatives choose among outputs over the same words.",
      {grammar_arg, {"MODEL", nullptr, "the model file to write"}},
-     {include_dir, allow_undefined, max_states,
+     {include_dir,
+      {"--class", "NAME=FILE",
+       "the rule <NAME>, which the grammar uses and does not define, is the phrases of FILE: "
+       "one a line, \"spoken\" or \"spoken:written\" as a quoted token reads (a contact list, "
+       "say, kept apart from the grammar)"},
+      allow_undefined, max_states,
       {"--quiet", nullptr,
        "no progress line (shown on a terminal while the build runs) and no summary"}},
-     {"t2sfst make-model examples/times.gram times.t2s"}},
+     {"t2sfst make-model examples/times.gram times.t2s",
+      "t2sfst make-model --class contacts=contacts.txt examples/phone.gram phone.t2s"}},
     {"apply", RunApply,
      "[--rewrite] [--ignore-case] [--sep S] [-j N] [--line-buffered] MODEL [TEXT...]",
      "apply a T2S model to texts or lines of standard input",
@@ -91,7 +98,7 @@ std::vector<Command> const table = {
       {"--sep", "S", "the text between two outputs (default one blank)"}},
      {"t2sfst try times.t2s"}},
     {"compile-grammar", RunCompileGrammar,
-     "[-o OUT] [--format text|att|dot] [-I DIR]... [--max-states N] [--drop-tags] "
+     "[-o OUT] [--format text|att|dot|rtn] [-I DIR]... [--max-states N] [--drop-tags] "
      "[--no-output] [--mark-rules] [--pauses] [--split-tokens] [--allow-undefined] "
      "[--no-optimize] GRAMMAR",
      "compile a JSGF grammar into a machine",
@@ -100,7 +107,9 @@ std::vector<Command> const table = {
      "Messages of the compiler go to standard error.",
      {grammar_arg},
      {out_option,
-      {"--format", "F", "text (the default), att (AT&T text) or dot (Graphviz)"},
+      {"--format", "F",
+       "text (the default), att (AT&T text), dot (Graphviz), or rtn: a network file that keeps "
+       "each rule a machine of its own, called by name (see the README's file formats)"},
       include_dir, max_states,
       {"--drop-tags", nullptr, "leave tags {...} out of the output"},
       {"--no-output", nullptr, "words write nothing: an acceptor of the grammar's sentences"},
@@ -112,7 +121,8 @@ std::vector<Command> const table = {
        "it, the token is one label on both sides)"},
       allow_undefined,
       {"--no-optimize", nullptr, "write the machine as compiled"}},
-     {"t2sfst compile-grammar --format dot examples/commands.gram -o commands.dot"}},
+     {"t2sfst compile-grammar --format dot examples/commands.gram -o commands.dot",
+      "t2sfst compile-grammar --format rtn examples/commands.gram -o commands.rtn"}},
     {"print", RunPrint, "[--no-header] [IN]", "write a machine (or a T2S model) in the text format",
      "Writes IN in the text format: a header line, then a line per arc and per final state. A "
      "packed T2S model is shown as a machine over its bytes.",

@@ -32,8 +32,10 @@ int RunCompileGrammar(int argc, char** argv) {
   Arguments args(argc, argv);
   std::string format = args.value("--format", "text");
   if (!args.ok || args.positional.size() != 1 ||
-      (format != "text" && format != "att" && format != "dot"))
-    return UsageError("compile-grammar", "give one GRAMMAR; --format is text, att or dot");
+      (format != "text" && format != "att" && format != "dot" && format != "rtn"))
+    return UsageError("compile-grammar", "give one GRAMMAR; --format is text, att, dot or rtn");
+  if (format == "rtn" && args.has("--split-tokens"))
+    return UsageError("compile-grammar", "--split-tokens makes one machine: not with --format rtn");
   OutputFile output("compile-grammar", args.value("-o"));
   if (!output.ok()) return 1;
   FSTJsgfOptions options;
@@ -41,8 +43,13 @@ int RunCompileGrammar(int argc, char** argv) {
   options.no_output = args.has("--no-output");
   options.mark_rules = args.has("--mark-rules");
   options.pauses = args.has("--pauses");
+  options.keep_rules = format == "rtn";
   FSTGeneric m;
   if (!CompileGrammar("compile-grammar", args, args.positional[0], options, m)) return 1;
+  if (format == "rtn") {  // each rule body is optimized already; the network stays lazy
+    FSTDumpRtn(m, output.stream());
+    return output.commit() ? 0 : 1;
+  }
   if (args.has("--split-tokens")) m = FSTJsgfSplitTokens(m);
   m = args.has("--no-optimize") ? FSTBasic(m) : FSTOptimizeA(std::move(m), 1, 0.001f);
 

@@ -26,8 +26,23 @@ int RunMakeModel(int argc, char** argv) {
   auto start = std::chrono::steady_clock::now();
   Progress progress("make-model", args);
   progress.stage("compiling the grammar");
+  FSTJsgfOptions options;
+  for (std::string const& given : args.values("--class")) {
+    size_t const equals = given.find('=');
+    std::string name = given.substr(0, equals == std::string::npos ? 0 : equals);
+    if (name.size() > 2 && name.front() == '<' && name.back() == '>') name = name.substr(1, name.size() - 2);
+    if (name.empty() || equals + 1 >= given.size())
+      return UsageError("make-model", "--class takes NAME=FILE");
+    std::string const file = given.substr(equals + 1);
+    if (!std::ifstream(file)) {
+      std::fprintf(stderr, "t2sfst make-model: cannot read %s%s\n", file.c_str(),
+                   WrongKindOfFile(file, FileKind::grammar).c_str());
+      return 1;
+    }
+    options.classes[name] = FSTJsgfPhraseClass(file);
+  }
   FSTGeneric compiled;
-  bool const compiled_ok = CompileGrammar("make-model", args, grammar, FSTJsgfOptions(), compiled);
+  bool const compiled_ok = CompileGrammar("make-model", args, grammar, options, compiled);
   if (!compiled_ok) return 1;
   // Built beside the model and renamed into place: a failure or a kill never costs the old one.
   T2sBuildModel(compiled, output.temp_path().c_str(),

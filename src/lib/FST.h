@@ -14,6 +14,7 @@
 #include "FSTConcatenate.h"
 #include "FSTDeterminize.h"
 #include "FSTDifference.h"
+#include "FSTDynamic.h"
 #include "FSTEquivalent.h"
 #include "FSTExpression.h"
 #include "FSTGeneric.h"

@@ -372,6 +372,7 @@ bool FSTJsgf_yy::finish_expression(fst::vector<FSTGeneric>* alternatives) {
 void FSTJsgf_yy::finish_grammar() {
   if (_collect_only) return;
   _add_import_aliases();
+  _add_classes();
   float const one = FSTMinPlus->one;
   FSTGeneric top = FSTBasic(FSTMinPlus);
   top->add_states(2);
@@ -431,7 +432,7 @@ void FSTJsgf_yy::finish_grammar() {
   for (auto const& entry : _rules)
     if (color[entry.first] == 0) visit(entry.first);
 
-  _expand_nonrecursive_rules(names, machines, calls);
+  if (!_keeps_rules()) _expand_nonrecursive_rules(names, machines, calls);
   _result = FSTRtn(top, names, machines, _mark_rules);
 }
 

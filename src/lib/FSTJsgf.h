@@ -99,6 +99,9 @@ class FSTJsgf_yy {
   void _check_references(int rule, FSTGeneric const& m);
   void _import(int label);
   void _add_import_aliases();
+  // The classes of the options that the grammar does not define, as rules.
+  void _add_classes();
+  bool _keeps_rules() const;
   int _rule_label(std::string text);
   void _expand_nonrecursive_rules(fst::vector<std::string> const& names,
                                   fst::vector<FSTGeneric>& machines,

@@ -13,6 +13,7 @@
 #include "FSTJsgf.h"
 #include "FSTOperand.h"
 #include "FSTStringMap.h"
+#include "FSTlib.h"
 
 // What the parsers of one compilation share: the options, the packages read so far (each is
 // read once, which also ends import cycles) and the short names of each package's public rules.
@@ -162,6 +163,39 @@ void FSTJsgf_yy::_import(int label) {
 }
 
 // Short names of imported rules call the full ones, unless the grammar defines them itself.
+bool FSTJsgf_yy::_keeps_rules() const { return _imports && _imports->options.keep_rules; }
+
+void FSTJsgf_yy::_add_classes() {
+  if (!_imports) return;
+  for (auto const& [name, machine] : _imports->options.classes) {
+    int const label = FSTstring_map["<" + name + ">"];
+    if (_rules.count(label)) {
+      _report("warning", _name, _token_at,
+              "the grammar defines <" + name + ">: the class of that name is not used");
+      continue;
+    }
+    _rules[label].push_back(machine);
+  }
+}
+
+FSTGeneric FSTJsgfPhraseClass(std::string const& file) {
+  std::ifstream in(file);
+  if (!in) FSTFatal("can't read file %s", file.c_str());
+  FSTGeneric m = FSTBasic(FSTMinPlus);
+  m->add_states(2);
+  m->set_initial(0);
+  m->set_final(1, FSTMinPlus->one);
+  std::string line;
+  while (std::getline(in, line)) {
+    size_t const begin = line.find_first_not_of(" \t\r");
+    if (begin == std::string::npos || line.compare(begin, 2, "//") == 0) continue;
+    size_t const end = line.find_last_not_of(" \t\r");
+    int const token = FSTstring_map[line.substr(begin, end - begin + 1)];
+    m->add_arc(0, 1, token, token, FSTMinPlus->one);
+  }
+  return m;
+}
+
 void FSTJsgf_yy::_add_import_aliases() {
   for (auto const& [short_name, full] : _aliases) {
     if (_rules.count(short_name)) continue;

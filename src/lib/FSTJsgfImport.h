@@ -10,6 +10,7 @@
 #ifndef T2SFST_FSTJSGFIMPORT_H
 #define T2SFST_FSTJSGFIMPORT_H
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -22,7 +23,19 @@ struct FSTJsgfOptions {
   bool pauses = false;           // b4
   bool allow_undefined = false;  // b5
   std::vector<std::string> search_path;
+  // Every rule stays a nonterminal of the network (by default the rules that do not recurse are
+  // substituted into their callers), as a network file keeps them.
+  bool keep_rules = false;
+  // Rules given from outside, by name without brackets ("contacts" answers <contacts>): each
+  // is used where the grammar refers to it and does not define it. Their arcs read and write
+  // grammar tokens, as the compiled rules' do.
+  std::map<std::string, FSTGeneric> classes;
 };
+
+// A class of phrases as a rule's machine: one token a line, "spoken" or "spoken:written" as a
+// quoted grammar token reads (blank lines and lines starting with "//" are skipped). Stops
+// naming the file when it cannot be read.
+FSTGeneric FSTJsgfPhraseClass(std::string const& file);
 
 // Returns whether the grammar compiled; result is set only then. messages receives every
 // message of the compiler, warnings included, whatever the outcome. A grammar file that cannot

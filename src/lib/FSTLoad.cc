@@ -1,5 +1,7 @@
 #include "FSTLoad.h"
 
+#include <sys/stat.h>
+
 #include <climits>
 #include <cstdio>
 #include <cstdlib>
@@ -14,6 +16,8 @@
 #include "FSTMmap.h"
 #include "FSTNgram2.h"
 #include "FSTNgram3.h"
+#include "FSTDynamic.h"
+#include "FSTRtn.h"
 #include "FSTlib.h"
 
 namespace {
@@ -80,9 +84,9 @@ struct HeaderReader {
 };
 HeaderReader const header_readers[] = {
     {"FSTBasic", load_basic},   {"FSTBinary", load_binary},
-    {"FSTDynamic", nullptr},    {"FSTMmap", FSTLoadMmap},
+    {"FSTDynamic", FSTLoadDynamic},    {"FSTMmap", FSTLoadMmap},
     {"FSTNgram2", load_ngram2}, {"FSTNgram3", load_ngram3},
-    {"FSTRtn", nullptr},        {"FSTExpression", load_expression_header},
+    {"FSTRtn", FSTLoadRtn},        {"FSTExpression", load_expression_header},
 };
 
 char const* printable(char const* file) { return file ? file : "(null)"; }
@@ -168,3 +172,24 @@ FSTGeneric FSTLoad(char const* source) {
 
 FSTGeneric FSTLoad(std::string const& source) { return FSTLoad(source.c_str()); }
 FSTGeneric FSTLoadFile(std::string const& source) { return FSTLoad(source.c_str()); }
+
+FSTGeneric FSTLoadBeside(std::string const& spec, char const* file) {
+  // A file that names itself, directly or not, would load forever.
+  static int depth = 0;
+  struct Nesting {
+    Nesting() { ++depth; }
+    ~Nesting() { --depth; }
+  } nesting;
+  if (depth > 32) FSTFatal("file: machines named inside each other more than 32 deep");
+  std::string folder = file ? file : "";
+  size_t slash = folder.rfind('/');
+  folder = slash == std::string::npos ? "" : folder.substr(0, slash + 1);
+  std::string path = spec;
+  if (!spec.empty() && spec[0] != '/' && !folder.empty() && std::ifstream(folder + spec))
+    path = folder + spec;
+  // Devices and pipes are no machines to name: reading one may never end.
+  struct stat info;
+  if (stat(path.c_str(), &info) == 0 && !S_ISREG(info.st_mode))
+    FSTFatal("file: %s is not a regular file", path.c_str());
+  return FSTLoad(path);
+}

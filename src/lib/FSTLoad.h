@@ -16,6 +16,9 @@ FSTGeneric FSTLoadFile(char const* file);
 // input). A loaded file's modification time is remembered, so FSTGeneric::reload() follows it.
 FSTGeneric FSTLoad(char const* source);
 FSTGeneric FSTLoad(std::string const& source);
+// For files that name other machines: spec as a file in the folder of file when there is one,
+// else as FSTLoad reads it.
+FSTGeneric FSTLoadBeside(std::string const& spec, char const* file);
 // Like FSTLoad, expressions included: only the C-string form reads the file alone.
 FSTGeneric FSTLoadFile(std::string const& source);
 

@@ -15,6 +15,7 @@ int catching = 0;
 FSTStop caught_stop;
 std::string reading_file;
 long reading_line = 0;
+long reading_offset = -1;  // within a part of a file: the lines before it
 
 // Inside FSTCatchStops a stop is recorded and unwinds instead of printing.
 void unwind_if_caught(std::string message) {
@@ -94,17 +95,28 @@ FSTStop const& caught() { return caught_stop; }
 }  // namespace fst_stop_detail
 
 FSTReadingPlace::FSTReadingPlace(char const* file)
-    : _previous_file(reading_file), _previous_line(reading_line) {
+    : _previous_file(reading_file), _previous_line(reading_line), _previous_offset(reading_offset) {
+  // A stream without a name inside a part keeps the part's file and lines.
+  if (!file && reading_offset >= 0) return;
   reading_file = file ? file : "";
   reading_line = 0;
+  reading_offset = -1;
+}
+
+FSTReadingPlace::FSTReadingPlace(long lines_before)
+    : _previous_file(reading_file), _previous_line(reading_line), _previous_offset(reading_offset) {
+  reading_offset = lines_before;
 }
 
 FSTReadingPlace::~FSTReadingPlace() {
   reading_file = _previous_file;
   reading_line = _previous_line;
+  reading_offset = _previous_offset;
 }
 
-void FSTReadingPlace::at_line(long line) { reading_line = line; }
+void FSTReadingPlace::at_line(long line) {
+  reading_line = line + (reading_offset > 0 ? reading_offset : 0);
+}
 
 long file_mtime(char const* path) {
   struct stat info;

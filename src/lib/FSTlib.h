@@ -49,6 +49,9 @@ bool FSTCatchStops(Body&& body, FSTStop& stop);
 class FSTReadingPlace {
  public:
   explicit FSTReadingPlace(char const* file);
+  // A part of the file being read that a reader reads as a whole stream: its lines are
+  // reported after the first `lines_before` lines of the file.
+  explicit FSTReadingPlace(long lines_before);
   ~FSTReadingPlace();
   FSTReadingPlace(FSTReadingPlace const&) = delete;
   FSTReadingPlace& operator=(FSTReadingPlace const&) = delete;
@@ -56,7 +59,7 @@ class FSTReadingPlace {
 
  private:
   std::string _previous_file;
-  long _previous_line;
+  long _previous_line, _previous_offset;
 };
 
 // Modification time of a file in whole seconds since the epoch, or 0 when it cannot be read.

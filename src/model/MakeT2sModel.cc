@@ -5,6 +5,8 @@
 
 #include "FSTBasic.h"
 #include "FSTJsgf.h"
+#include "FSTJsgfImport.h"
+#include "FSTlib.h"
 #include "FSTLoad.h"
 #include "FSTOptimize.h"
 #include "T2sBuilder.h"
@@ -83,6 +85,37 @@ extern "C" int MakeT2sModel(const char* grammar_path, const char* model_path) {
       return 1;
     T2sBuildModel(machine, model_path);
     return 0;
+  } catch (...) {
+    return 1;
+  }
+}
+
+extern "C" int MakeT2sModelWithClasses(const char* grammar_path, const char* model_path,
+                                       int n_classes, const char* const* class_names,
+                                       const char* const* class_files) {
+  try {
+    bool built = false;
+    FSTStop stop;
+    // A class file that cannot be read stops the library: here that fails the call.
+    bool const finished = FSTCatchStops(
+        [&] {
+          FSTJsgfOptions options;
+          options.allow_undefined = true;  // as MakeT2sModel tolerates them
+          for (int i = 0; i < n_classes; ++i) {
+            std::string name = class_names[i];
+            if (name.size() > 2 && name.front() == '<' && name.back() == '>')
+              name = name.substr(1, name.size() - 2);
+            options.classes[name] = FSTJsgfPhraseClass(class_files[i]);
+          }
+          FSTGeneric machine;
+          std::string messages;
+          if (!FSTJsgfCompileFile(machine, messages, grammar_path ? grammar_path : "", options))
+            return;
+          T2sBuildModel(machine, model_path);
+          built = true;
+        },
+        stop);
+    return finished && built ? 0 : 1;
   } catch (...) {
     return 1;
   }

@@ -12,6 +12,13 @@ extern "C" {
    written sides ("spoken:written"; a token without ':' writes itself; tags vanish). */
 int MakeT2sModel(const char* grammar_path, const char* model_path);
 
+/* The same, with classes of phrases: the rule <class_names[i]> (written with or without its
+   brackets), which the grammar uses and does not define, is the phrases of the file
+   class_files[i], one a line, "spoken" or "spoken:written". Imports of the grammar are read
+   from its folder. 1 also when a class file cannot be read. */
+int MakeT2sModelWithClasses(const char* grammar_path, const char* model_path, int n_classes,
+                            const char* const* class_names, const char* const* class_files);
+
 #ifdef __cplusplus
 }
 #endif
