@@ -7,8 +7,15 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size);
+
+// A state number makes that many states exist (about 40 bytes each): a legitimate text machine
+// can ask for gigabytes in a few bytes. Numbers from a million up to the largest state number
+// test the memory bound, not the parser: inputs holding one are skipped (larger ones are
+// refused before any allocation).
+bool AsksForHugeMachine(std::string const& text);
 
 // Runs body; a fatal stop inside it returns false (the message was printed already).
 template <class Body>

@@ -10,6 +10,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
   static int const budget = FSTRtnSetMaxStates(2000);
   (void)budget;
   std::string const text(reinterpret_cast<char const*>(data), size);
+  if (AsksForHugeMachine(text)) return 0;
   RunStoppable([&] {
     std::istringstream in(text);
     FSTGeneric m = FSTLoadStream(in);

@@ -547,3 +547,44 @@ TEST(ModelEndToEnd, ClassesFillRulesFromPhraseFiles) {
 }
 
 }  // namespace
+
+namespace {
+
+// "twenty five" is "25" or "20 5" at equal cost: examples decide, and the log-likelihood of the
+// examples never falls from one iteration to the next.
+TEST(ModelEndToEnd, TrainingFollowsTheExamples) {
+  std::string const tool = T2SFST_TOOL;
+  std::string const grammar = WriteTempFile(
+      "amb.gram", "public <n> = (twenty:20 | thirty:30) [five:5 | six:6] | \"twenty five:25\" | "
+                  "\"thirty six:36\" | :$@@ \"two dollars:@@2\";\n");
+  std::string const model = WriteTempFile("amb.t2s", "");
+  for (auto const& [examples, want] :
+       {std::pair<std::string, std::string>{"twenty five\t25\nthirty six\t36\ntwo dollars\t$2\n",
+                                            "25\n36\n30 5\n"},
+        {"twenty five\t20 5\nthirty six\t30 6\n", "20 5\n30 6\n30 5\n"}}) {
+    std::string const corpus = WriteTempFile("amb.tsv", examples);
+    CommandResult r = RunCommand(tool + " make-model --iterations 3 --train " + corpus + " " +
+                                 grammar + " " + model);
+    ASSERT_EQ(r.status, 0) << r.err;
+    std::istringstream lines(r.out);
+    double previous = -1e300;
+    int iterations = 0;
+    for (std::string line; std::getline(lines, line);) {
+      if (line.rfind("training: iteration ", 0) != 0) continue;
+      double ll = std::stod(line.substr(line.find("log-likelihood ") + 15));
+      EXPECT_GE(ll, previous - 1e-9) << r.out;
+      EXPECT_EQ(line.find("explains"), std::string::npos) << line;  // every example explained
+      previous = ll;
+      ++iterations;
+    }
+    EXPECT_EQ(iterations, 3);
+    EXPECT_EQ(RunCommand(tool + " apply " + model + " 'twenty five' 'thirty six' 'thirty five'").out,
+              want);
+  }
+  CommandResult r = RunCommand(tool + " make-model --train " + grammar + " " + grammar + " " + model);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "t2sfst make-model: " + grammar + ", line 1: expected the spoken text, a tab and "
+                   "the written text\n");
+}
+
+}  // namespace

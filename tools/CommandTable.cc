@@ -40,8 +40,8 @@ Option const grammar_arg{"GRAMMAR", nullptr, "a JSGF grammar file (\"#JSGF V1.0;
 
 std::vector<Command> const table = {
     {"make-model", RunMakeModel,
-     "[-I DIR]... [--class NAME=FILE]... [--allow-undefined] [--max-states N] [--quiet] "
-     "GRAMMAR MODEL",
+     "[-I DIR]... [--class NAME=FILE]... [--train CORPUS [--iterations N]] "
+     "[--allow-undefined] [--max-states N] [--quiet] GRAMMAR MODEL",
      "compile a JSGF grammar into a packed T2S model",
      "Compiles GRAMMAR with its imports, optimizes it, expands its labels to one byte per arc, "
      "optimizes again and writes the packed model that 'apply' and the C runtime read. Every "
@@ -58,10 +58,16 @@ std::vector<Command> const table = {
        "the rule <NAME>, which the grammar uses and does not define, is the phrases of FILE: "
        "one a line, \"spoken\" or \"spoken:written\" as a quoted token reads (a contact list, "
        "say, kept apart from the grammar)"},
+      {"--train", "CORPUS",
+       "weight the grammar's alternatives from examples, one a line: the recognised text, a "
+       "tab and the written form wanted; where several readings fit a text, the model then "
+       "prefers the one the examples use (each iteration's log-likelihood is printed)"},
+      {"--iterations", "N", "iterations of the training (default 5)"},
       allow_undefined, max_states,
       {"--quiet", nullptr,
        "no progress line (shown on a terminal while the build runs) and no summary"}},
      {"t2sfst make-model examples/times.gram times.t2s",
+      "t2sfst make-model --train examples/times.tsv examples/times.gram times.t2s",
       "t2sfst make-model --class contacts=contacts.txt examples/phone.gram phone.t2s"}},
     {"apply", RunApply,
      "[--rewrite] [--ignore-case] [--sep S] [-j N] [--line-buffered] MODEL [TEXT...]",

@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -45,8 +46,29 @@ int RunMakeModel(int argc, char** argv) {
   bool const compiled_ok = CompileGrammar("make-model", args, grammar, options, compiled);
   if (!compiled_ok) return 1;
   // Built beside the model and renamed into place: a failure or a kill never costs the old one.
+  std::function<FSTGeneric(FSTGeneric const&)> reweight;
+  std::string const corpus = args.value("--train");
+  int iterations;
+  if (!args.number("--iterations", 5, 1, 1000000, iterations)) return 2;
+  bool const quiet = args.has("--quiet");
+  if (!corpus.empty()) {
+    reweight = [&](FSTGeneric const& grammar) {
+      progress.stage("training the weights");
+      return T2sTrainWeights(grammar, corpus, iterations,
+                             [&](int iteration, double log_likelihood, size_t unexplained, size_t n) {
+                               if (quiet) return;
+                               progress.clear();
+                               std::printf("training: iteration %d: log-likelihood %.4f", iteration,
+                                           log_likelihood);
+                               if (unexplained)
+                                 std::printf(" (%zu of %zu examples no path explains)", unexplained, n);
+                               std::printf("\n");
+                               std::fflush(stdout);
+                             });
+    };
+  }
   T2sBuildModel(compiled, output.temp_path().c_str(),
-                [&progress](char const* stage) { progress.stage(stage); });
+                [&progress](char const* stage) { progress.stage(stage); }, reweight);
   progress.clear();
   char error[256];
   t2s_model* model = t2s_model_load(output.temp_path().c_str(), error, sizeof error);

@@ -34,13 +34,15 @@ FSTGeneric T2sFinalWeightsOnArcs(FSTGeneric m) {
 }
 
 void T2sBuildModel(FSTGeneric const& compiled, char const* model_path,
-                   std::function<void(char const*)> const& stage) {
+                   std::function<void(char const*)> const& stage,
+                   std::function<FSTGeneric(FSTGeneric const&)> const& reweight) {
   auto begin = [&stage](char const* name) {
     if (stage) stage(name);
   };
   // 3-4. Optimise, keep the input side.
   begin("optimizing the grammar");
   FSTGeneric machine = FSTOptimizeA(compiled, 1, 0.001f);
+  if (reweight) machine = reweight(machine);
   machine = FSTProject(machine, FSTArcOrderInput, FSTArcOrderAny);
   // 5-6. One byte per arc, written as text where the model will go.
   begin("expanding labels to bytes");

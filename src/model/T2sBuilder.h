@@ -20,9 +20,21 @@
 // into one new final state (the packed model keeps only a final flag).
 FSTGeneric T2sFinalWeightsOnArcs(FSTGeneric m);
 
-// stage, when given, hears the name of each step as it begins (for progress reports).
+// stage, when given, hears the name of each step as it begins (for progress reports);
+// reweight, when given, replaces the optimized grammar's weights before it is projected.
 void T2sBuildModel(FSTGeneric const& compiled, char const* path,
-                   std::function<void(char const*)> const& stage = nullptr);
+                   std::function<void(char const*)> const& stage = nullptr,
+                   std::function<FSTGeneric(FSTGeneric const&)> const& reweight = nullptr);
+
+// The optimized grammar (tokens "spoken:written" on its arcs) with its weights re-estimated by
+// expectation-maximisation from a corpus of lines "spoken text<TAB>written text": each state's
+// arcs and final weight become the probabilities (as costs) with which the examples use them,
+// a count of 0.5 added to each alternative of a state the examples visit, so that no
+// alternative is lost. report hears each iteration's log-likelihood and how many of how many
+// examples no path explains. A line without a tab stops, naming the file and line.
+FSTGeneric T2sTrainWeights(FSTGeneric const& optimized, std::string const& corpus_file,
+                           int iterations,
+                           std::function<void(int, double, size_t, size_t)> const& report);
 
 // ---- character expansion ----
 
