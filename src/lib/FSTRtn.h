@@ -121,8 +121,9 @@ int FSTRtnSetMaxStates(int max_states);
 FSTGeneric FSTRtn(FSTGeneric const& top, fst::vector<std::string> const& nonterminals,
                   fst::vector<FSTGeneric> const& nonterminal_fsts, bool mark_rules);
 
-// Replaces one nonterminal's machine in the network rtn (an FSTRtn, or a view built on one such
-// as FSTDynamic) and resets it. Stops when rtn is no network or has no such nonterminal.
+// Replaces one nonterminal's machine in the network rtn and resets it. Stops when rtn is no
+// network or has no such nonterminal. (A dynamic view reads its classes from the class table at
+// each reset: change those with FSTDynamicSet.)
 void FSTRtnSet(FSTGeneric const& rtn, std::string const& nonterminal, FSTGeneric const& machine);
 
 // ---- the "#FSTRtn" file ----
