@@ -106,15 +106,13 @@ TEST(Rtn, FileRoundTripAndSet) {
   EXPECT_TRUE(greet.count({Labels("dora"), Labels("dora")}));
 
   // A broken file stops with the line at fault.
-  FSTStop stop;
   std::string const truncated =
       WriteTempFile("bad.rtn", "#FSTRtn Version=1\ntop 2\nI 0\nF 0\n<x> 5\nI 0\n");
-  EXPECT_FALSE(FSTCatchStops([&] { FSTLoad(truncated); }, stop));
-  EXPECT_EQ(stop.message, "file: the machine of <x> ends after 1 of its 5 lines");
+  EXPECT_DEATH(FSTLoad(truncated), "^FATAL: file: the machine of <x> ends after 1 of its 5 lines\n");
   std::string const bad_arc = WriteTempFile("bad2.rtn", "#FSTRtn Version=1\ntop 2\nI 0\nT 0\n");
-  EXPECT_FALSE(FSTCatchStops([&] { FSTLoad(bad_arc); }, stop));
-  EXPECT_EQ(stop.line, 4);
-  EXPECT_EQ(stop.file, bad_arc);
+  CommandResult r = RunCommand(std::string(T2SFST_TOOL) + " print " + bad_arc);
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err.rfind("t2sfst print: " + bad_arc + ", line 4: usage: T <from> <to>", 0), 0u) << r.err;
 }
 
 // "$name" arcs call the class's current machine; a class not set matches nothing; a reset
