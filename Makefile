@@ -6,7 +6,7 @@ CMAKE_FLAGS ?=
 
 FUZZ_BUILD ?= build-fuzz
 FUZZ_SECONDS ?= 60
-FUZZ_TARGETS ?= model text jsgf binary mmap expression arpa ngram_packed network
+FUZZ_TARGETS ?= model text jsgf binary mmap expression arpa ngram_packed ngram_binary network
 
 .PHONY: all setup build build-asan run test test-release test-asan bench bench-micro install format clean fuzz readme
 

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """Writes an ARPA trigram model estimated from random Zipf text by absolute discounting, and
-held-out sentences: make_arpa.py DIR TOKENS. About 0.7 n-grams per token of training text."""
+held-out sentences: make_arpa.py DIR TOKENS [HELDOUT_TOKENS]. About 0.7 n-grams per token of
+training text; a tenth of TOKENS held out (at least 100,000) unless HELDOUT_TOKENS says."""
 import collections, math, random, sys
 
 directory, tokens = sys.argv[1], int(sys.argv[2])
@@ -70,6 +71,7 @@ with open(directory + "/model.arpa", "w") as out:
             out.write(line + "\n")
     out.write("\n\\end\\\n")
 with open(directory + "/heldout.txt", "w") as out:
-    for s in sentences(max(tokens // 10, 100000)):
+    heldout = int(sys.argv[3]) if len(sys.argv) > 3 else max(tokens // 10, 100000)
+    for s in sentences(heldout):
         out.write(" ".join(s[1:-1]) + "\n")
 print(sum(len(p) for p in prob), "n-grams")

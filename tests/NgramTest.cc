@@ -286,3 +286,86 @@ TEST(Ngram, PrunedTrigramsBackOffThroughTheLongestHistory) {
 }
 
 }  // namespace
+
+namespace {
+
+// A random back-off model of order 2 or 3 over a few words: every history present (as the
+// readers require), some trigrams without their suffix bigram, maybe an unknown-word token.
+FSTGeneric RandomModel(std::mt19937& rng, int order, bool with_unknown) {
+  std::uniform_real_distribution<float> cost(0.1f, 6.0f);
+  std::vector<std::string> words{"<s>", "</s>", "a", "b", "c", "d", "e"};
+  if (with_unknown) words.push_back("<unk>");
+  FSTNgramTables tables;
+  tables.order = order;
+  std::vector<std::vector<int>> bigrams;
+  for (std::string const& w : words) tables.add({FSTstring_map[w]}, cost(rng), cost(rng) - 3);
+  for (std::string const& x : words)
+    for (std::string const& y : words)
+      if (y != "<s>" && x != "</s>" && rng() % 2) {
+        std::vector<int> key{FSTstring_map[x], FSTstring_map[y]};
+        tables.add(key, cost(rng), rng() % 3 ? cost(rng) - 3 : 0.0f);
+        bigrams.push_back(key);
+      }
+  if (order == 3)
+    for (std::vector<int> const& h : bigrams)
+      for (std::string const& z : words)
+        if (z != "<s>" && h[1] != FSTstring_map["</s>"] && rng() % 3 == 0)
+          tables.add({h[0], h[1], FSTstring_map[z]}, cost(rng), 0);
+  FSTGeneric model = FSTNgramFromTables(std::move(tables));
+  return rng() % 2 ? FSTNgramAddClassedWord(model, "e", "zed", cost(rng)) : model;
+}
+
+std::string CompiledBytes(FSTGeneric const& model) {
+  std::ostringstream out;
+  FSTNgramDumpBinary(model, out);
+  return out.str();
+}
+
+// The compiled file scores every sentence exactly as the model it was compiled from, and reads
+// back as that model; a damaged file stops with a message naming it.
+TEST(Ngram, CompiledFileScoresAsTheModel) {
+  std::mt19937 rng(7);
+  std::vector<std::string> const tokens{"a", "b", "c", "d", "e", "zed", "<unk>", "oov", "<s>"};
+  for (int round = 0; round < 24; ++round) {
+    FSTGeneric model = RandomModel(rng, 2 + round % 2, round % 3 != 0);
+    FSTNgramRep const* m = FSTNgramCast(model);
+    std::string const bytes = CompiledBytes(model);
+    std::unique_ptr<FSTNgramBinary> compiled = FSTNgramBinary::FromBytes(bytes, "random");
+    EXPECT_EQ(compiled->ngrams(), m->tables().entries.size());
+    FSTGeneric back = FSTNgramFromTables(compiled->tables());
+    for (int s = 0; s < 60; ++s) {
+      std::string sentence;
+      for (int k = int(rng() % 7); k > 0; --k) sentence += tokens[rng() % tokens.size()] + "  ";
+      FSTNgramSentenceScore const want = m->score(sentence), got = compiled->score(sentence),
+                                  again = FSTNgramCast(back)->score(sentence);
+      for (FSTNgramSentenceScore const& x : {got, again}) {
+        EXPECT_EQ(x.cost, want.cost) << sentence;
+        EXPECT_EQ(x.words, want.words);
+        EXPECT_EQ(x.oov, want.oov);
+        EXPECT_EQ(x.first_oov, want.first_oov);
+      }
+    }
+    EXPECT_EQ(CompiledBytes(back), bytes);  // compiling is a function of the model alone
+  }
+  std::string const bytes = CompiledBytes(SmallModel());
+  EXPECT_EXIT(FSTNgramBinary::FromBytes(bytes.substr(0, bytes.size() - 1), "cut"),
+              KilledBySignal(SIGABRT), "^FATAL: FSTNgramLoadBinary: cut is truncated\n");
+  std::string odd = bytes;
+  odd[24] = 3, odd[25] = odd[26] = odd[27] = 0;  // hash slots: not a power of two
+  EXPECT_EXIT(FSTNgramBinary::FromBytes(odd, "odd"), KilledBySignal(SIGABRT),
+              "^FATAL: FSTNgramLoadBinary: odd is inconsistent: a hash table too small\n");
+  std::string tool = T2SFST_TOOL, arpa = std::string(T2SFST_TESTS_DATA) + "/small.arpa";
+  std::string file = WriteTempFile("small.bin", "");
+  CommandResult r = RunCommand(tool + " ngram-compile --binary " + arpa + " " + file);
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(RunCommand(tool + " ngram-score " + file + " 'a b' 'b a' 'c'").out,
+            "1.3816\n7.8288\n6.2170\n");
+  EXPECT_NE(RunCommand(tool + " info " + file).out.find("representation    FSTNgram3"),
+            std::string::npos);
+  std::string const cut = WriteTempFile("cut.bin", bytes.substr(0, 60));
+  r = RunCommand(tool + " ngram-score " + cut + " a");
+  EXPECT_EQ(r.status, 1);
+  EXPECT_EQ(r.err, "t2sfst ngram-score: FSTNgramLoadBinary: " + cut + " is truncated\n");
+}
+
+}  // namespace

@@ -145,7 +145,7 @@ std::string WrongKindOfFile(std::string const& path, FileKind expected) {
   std::string const start(head, size_t(in.gcount()));
   auto starts = [&](char const* prefix) { return start.compare(0, std::strlen(prefix), prefix) == 0; };
   bool const binary = start.find('\0') != std::string::npos;
-  bool const packed = starts("T2SNGRAM"), grammar = starts("#JSGF"), stored = starts("#FST");
+  bool const packed = starts("T2SNGRAM") || starts("T2SNGBIN"), grammar = starts("#JSGF"), stored = starts("#FST");
   bool const text_machine =
       !binary && start.size() > 1 && std::strchr("ITFP", start[0]) && start[1] == ' ';
   auto is_model = [&] {
@@ -164,14 +164,14 @@ std::string WrongKindOfFile(std::string const& path, FileKind expected) {
       if (binary && !stored) return " holds binary data without a header, not a machine";
       return "";
     case FileKind::model:
-      if (packed) return " is a packed n-gram model (written by ngram-pack), not a T2S model";
+      if (packed) return " is an n-gram model (written by ngram-pack or ngram-compile), not a T2S model";
       if (grammar) return " is a JSGF grammar, not a model: build one with t2sfst make-model";
       if (start.empty()) return " is empty, not a model: build one with t2sfst make-model";
       if (stored || text_machine)
         return " is " + machine_kind + ", not a model: build one with t2sfst make-model";
       return "";
     case FileKind::grammar:
-      if (packed) return " is a packed n-gram model (written by ngram-pack), not a grammar";
+      if (packed) return " is an n-gram model (written by ngram-pack or ngram-compile), not a grammar";
       if (stored || text_machine) return " is " + machine_kind + ", not a grammar";
       if (is_model()) return " is a T2S model, not a grammar";
       if (binary) return " holds binary data, not a grammar";
@@ -204,7 +204,7 @@ FSTGeneric LoadInput(char const* command, std::string const& path) {
     }
   }
   if (!path.empty() && path != "-") {
-    // A packed n-gram model reads as the model it packs.
+    // A packed or compiled n-gram model reads as the model it holds.
     char head[8] = {};
     std::ifstream file(path, std::ios::binary);
     file.read(head, sizeof head);
@@ -212,6 +212,7 @@ FSTGeneric LoadInput(char const* command, std::string const& path) {
       file.seekg(0);
       return FSTNgramLoadPacked(file, path);
     }
+    if (FSTNgramIsBinary(head, size_t(file.gcount()))) return FSTNgramLoadBinary(path);
     std::string wrong = WrongKindOfFile(path, FileKind::machine);
     if (!wrong.empty()) {
       std::fprintf(stderr, "t2sfst %s: %s%s\n", command, path.c_str(), wrong.c_str());

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <fstream>
 #include <iostream>
+#include <memory>
 #include <sstream>
 
 #include "CommandSupport.h"
@@ -24,11 +25,21 @@ int RunNgramCompile(int argc, char** argv) {
     std::fprintf(stderr, "t2sfst ngram-compile: %s\n", error.c_str());
     return 1;
   }
-  FSTNgramCast(model)->dump_ngram(output.stream());
+  if (args.has("--binary"))
+    FSTNgramDumpBinary(model, output.stream());
+  else
+    FSTNgramCast(model)->dump_ngram(output.stream());
   return output.commit() ? 0 : 1;
 }
 
 namespace {
+
+bool IsCompiledNgram(std::string const& path) {
+  char head[8] = {};
+  std::ifstream file(path, std::ios::binary);
+  file.read(head, sizeof head);
+  return FSTNgramIsBinary(head, size_t(file.gcount()));
+}
 
 FSTNgramRep const* LoadModel(char const* command, std::string const& path, FSTGeneric& holder) {
   holder = LoadInput(command, path);
@@ -43,10 +54,17 @@ FSTNgramRep const* LoadModel(char const* command, std::string const& path, FSTGe
 int RunNgramScore(int argc, char** argv) {
   Arguments args(argc, argv);
   if (!args.ok || args.positional.empty()) return UsageError("ngram-score", "give MODEL [TEXT...]");
+  // A compiled file is scored where it lies; any other model through its machine.
+  std::string const& path = args.positional[0];
+  std::unique_ptr<FSTNgramBinary> compiled;
   FSTGeneric holder;
-  FSTNgramRep const* model = LoadModel("ngram-score", args.positional[0], holder);
-  if (!model) return 1;
-  int const unknown = model->unknown_word();
+  FSTNgramRep const* model = nullptr;
+  if (IsCompiledNgram(path)) {
+    compiled = FSTNgramBinary::Map(path);
+  } else if (!(model = LoadModel("ngram-score", path, holder))) {
+    return 1;
+  }
+  bool const unknown = compiled ? compiled->unknown != compiled->none : model->unknown_word() != 0;
   bool all_scored = true;
   size_t line_number = 0;
   // The cost -ln P of "<s> words </s>", with back-off; words outside the vocabulary are the
@@ -56,7 +74,7 @@ int RunNgramScore(int argc, char** argv) {
   size_t sentences = 0, words = 0, oov = 0;
   auto score = [&](std::string const& line) {
     ++line_number;
-    FSTNgramRep::SentenceScore const scored = model->score(line);
+    FSTNgramSentenceScore const scored = compiled ? compiled->score(line) : model->score(line);
     if (perplexity) {
       // Words outside the vocabulary are counted and left out, as perplexity tools do.
       ++sentences;

@@ -30,6 +30,7 @@
 #include "FSTNgram3.h"
 #include "FSTNgramOps.h"
 #include "FSTNgramPacked.h"
+#include "FSTNgramBinary.h"
 #include "FSTOperand.h"
 #include "FSTMd5.h"
 #include "FSTOptimize.h"

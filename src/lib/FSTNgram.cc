@@ -157,30 +157,18 @@ int FSTNgramRep::unknown_word() const {
 }
 
 FSTNgramRep::SentenceScore FSTNgramRep::score(std::string const& sentence) const {
-  static int const start = FSTstring_map["<s>"], end = FSTstring_map["</s>"];
-  int const unknown = unknown_word();
-  SentenceScore result;
-  std::vector<int> history{start};
-  auto add = [&](int word) {
-    result.cost += double(cost(history, word));
-    ++result.words;
-    history.push_back(word);
-  };
-  std::istringstream words(sentence);
-  for (std::string word; words >> word;) {
-    int id = FSTstring_map[word];
-    if (!_tables.find({id}) && !_tables.classed.count(id)) {
-      if (!result.oov++) result.first_oov = word;
-      if (!unknown) {
-        history.clear();
-        continue;
-      }
-      id = unknown;
+  // The scorer's view of this model: words are label ids.
+  struct Words {
+    FSTNgramRep const& m;
+    int const none = -1, start = FSTstring_map["<s>"], end = FSTstring_map["</s>"];
+    int unknown = m.unknown_word() ? m.unknown_word() : none;
+    int lookup(std::string_view token) const {
+      int const id = FSTstring_map[std::string(token)];
+      return m._tables.find({id}) || m._tables.classed.count(id) ? id : none;
     }
-    add(id);
-  }
-  add(end);
-  return result;
+    float cost(std::vector<int> const& history, int word) const { return m.cost(history, word); }
+  } const words{*this};
+  return FSTNgramScoreSentence(words, sentence);
 }
 
 void FSTNgramRep::dump_ngram(std::ostream& os) const {

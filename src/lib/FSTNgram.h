@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "FSTBasic.h"
+#include "FSTNgramSentence.h"
 
 // The words of an n-gram (label ids), at most three; unused places are -1.
 struct FSTNgramKey {
@@ -75,15 +76,8 @@ class FSTNgramRep : public FSTBasicRep {
   FSTNgramTables const& tables() const { return _tables; }
   // The "<unk>" or "<UNK>" token when the model has one, else 0.
   int unknown_word() const;
-  // A sentence of blank-separated words scored as "<s> words </s>": its cost (-ln P, with
-  // back-off), the words scored ("</s>" included) and those outside the vocabulary. Such a word
-  // is the unknown-word token when the model has one; otherwise it is left out, counted, and the
-  // next word is scored as if the sentence began there (without "<s>").
-  struct SentenceScore {
-    double cost = 0;
-    size_t words = 0, oov = 0;
-    std::string first_oov;
-  };
+  // A sentence of blank-separated words scored as "<s> words </s>" (FSTNgramScoreSentence).
+  using SentenceScore = FSTNgramSentenceScore;
   SentenceScore score(std::string const& sentence) const;
   // Writes the text form (its header line included).
   void dump_ngram(std::ostream& os) const;
