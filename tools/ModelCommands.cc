@@ -67,7 +67,7 @@ int RunMakeModel(int argc, char** argv) {
                              });
     };
   }
-  T2sBuildModel(compiled, output.temp_path().c_str(),
+  T2sBuildModel(std::move(compiled), output.temp_path().c_str(),
                 [&progress](char const* stage) { progress.stage(stage); }, reweight);
   progress.clear();
   char error[256];

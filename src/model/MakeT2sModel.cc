@@ -33,21 +33,24 @@ FSTGeneric T2sFinalWeightsOnArcs(FSTGeneric m) {
   return m;
 }
 
-void T2sBuildModel(FSTGeneric const& compiled, char const* model_path,
+void T2sBuildModel(FSTGeneric compiled, char const* model_path,
                    std::function<void(char const*)> const& stage,
                    std::function<FSTGeneric(FSTGeneric const&)> const& reweight) {
   auto begin = [&stage](char const* name) {
     if (stage) stage(name);
   };
+  // Each stage lets go of what the previous one held before the next large machine is built:
+  // at a million phrases a machine or its text costs a gigabyte.
   // 3-4. Optimise, keep the input side.
   begin("optimizing the grammar");
-  FSTGeneric machine = FSTOptimizeA(compiled, 1, 0.001f);
+  FSTGeneric machine = FSTOptimizeA(std::move(compiled), 1, 0.001f);
   if (reweight) machine = reweight(machine);
   machine = FSTProject(machine, FSTArcOrderInput, FSTArcOrderAny);
   // 5-6. One byte per arc, written as text where the model will go.
   begin("expanding labels to bytes");
-  std::string text = ConvertLabelToCharValue(machine);
   {
+    std::string const text = ConvertLabelToCharValue(machine);
+    machine = FSTGeneric();
     std::ofstream out(model_path, std::ios::binary | std::ios::trunc);
     out << text;
   }
@@ -56,13 +59,13 @@ void T2sBuildModel(FSTGeneric const& compiled, char const* model_path,
   machine = FSTLoad(model_path);
   machine = FSTOptimizeA(std::move(machine), 1, 0.001f);
   // 9. The final text form (kept for inspection while debugging; it does not reach the model).
-  std::string final_text = FstDumpAscii(machine);
-  (void)final_text;
+  (void)FstDumpAscii(machine);
   // The final weights the packed format cannot hold, on arcs.
   machine = T2sFinalWeightsOnArcs(std::move(machine));
   // 10. The packed model replaces the text. The model is released here rather than kept.
   begin("packing the model");
   std::unique_ptr<FstModel> model(FstDumpBinary(machine));
+  machine = FSTGeneric();
   SaveModel(model_path, model.get());
 }
 
@@ -85,7 +88,7 @@ extern "C" int MakeT2sModel(const char* grammar_path, const char* model_path) {
     std::string side_text;
     if (!FSTJsgfParseString(machine, side_text, grammar.c_str(), false, false, false, false, true))
       return 1;
-    T2sBuildModel(machine, model_path);
+    T2sBuildModel(std::move(machine), model_path);
     return 0;
   } catch (...) {
     return 1;
@@ -113,7 +116,7 @@ extern "C" int MakeT2sModelWithClasses(const char* grammar_path, const char* mod
           std::string messages;
           if (!FSTJsgfCompileFile(machine, messages, grammar_path ? grammar_path : "", options))
             return;
-          T2sBuildModel(machine, model_path);
+          T2sBuildModel(std::move(machine), model_path);
           built = true;
         },
         stop);

@@ -21,8 +21,9 @@
 FSTGeneric T2sFinalWeightsOnArcs(FSTGeneric m);
 
 // stage, when given, hears the name of each step as it begins (for progress reports);
-// reweight, when given, replaces the optimized grammar's weights before it is projected.
-void T2sBuildModel(FSTGeneric const& compiled, char const* path,
+// reweight, when given, replaces the optimized grammar's weights before it is projected. The
+// compiled machine is let go after the first optimisation when the caller passes its only handle.
+void T2sBuildModel(FSTGeneric compiled, char const* path,
                    std::function<void(char const*)> const& stage = nullptr,
                    std::function<FSTGeneric(FSTGeneric const&)> const& reweight = nullptr);
 
