@@ -54,10 +54,16 @@ fuzz:
 	    || exit 1; \
 	done
 
-# Scale against the peer toolkit (when installed) and the model builder and runtime at growing
-# sizes; bench-micro: the library's micro-benchmarks.
+# Against the peers on realistic shapes (libfst-tools and sphinxbase-utils, when installed): the
+# optimisation pipeline at growing sizes, the model builder and runtime on phrases with distinct
+# written forms over real words (against a hash map), a trigram model of 2x10^6 n-grams, a CMU
+# dictionary lexicon composed with a bigram model; bench-micro: the library's micro-benchmarks.
 bench: build
+	@T2SFST_NEED_BENCH=1 scripts/setup.sh
 	bench/scale_bench.sh $(BUILD)
+	bench/realistic_model_bench.sh $(BUILD)
+	bench/ngram_vs_peer.sh $(BUILD)
+	bench/lexicon_bigram_vs_peer.sh $(BUILD)
 	bench/itn_bench.sh $(BUILD)
 
 bench-micro: build

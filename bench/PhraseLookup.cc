@@ -1,5 +1,6 @@
 // The hash-map baselines that decoding is measured against, over the phrases of a phrases.gram
-// (as t2sfst_bench_inputs writes it: "spoken:written" tokens).
+// (as t2sfst_bench_inputs writes it: "spoken:written" tokens; or one quoted "spoken words:WRITTEN"
+// token an alternative, as realistic_corpus.py writes them).
 //   t2sfst_phrase_lookup GRAMMAR < LINES    each line looked up whole; a miss prints an empty line
 //   t2sfst_phrase_lookup --rewrite GRAMMAR < LINES
 //                                          from the left, the longest run of words that is a
@@ -30,9 +31,20 @@ struct Phrases {
     while (std::getline(grammar, line)) {
       size_t start = line.find_first_of("=|");
       if (start == std::string::npos || line[0] == '#') continue;
-      std::istringstream tokens(line.substr(start + 1));
+      std::string rest = line.substr(start + 1);
       std::string token, said, shown;
       size_t words = 0;
+      size_t const open = rest.find('"'), close = rest.rfind('"');
+      if (open != std::string::npos && close > open) {
+        // One quoted token of several words: "spoken words:WRITTEN".
+        std::string const quoted = rest.substr(open + 1, close - open - 1);
+        size_t const colon = quoted.rfind(':');
+        said = quoted.substr(0, colon);
+        shown = colon == std::string::npos ? quoted : quoted.substr(colon + 1);
+        words = size_t(std::count(said.begin(), said.end(), ' ')) + 1;
+        rest.clear();
+      }
+      std::istringstream tokens(rest);
       while (tokens >> token) {
         if (token == ";") break;
         if (token.back() == ';') token.pop_back();
@@ -41,6 +53,7 @@ struct Phrases {
         shown += (shown.empty() ? "" : " ") + token.substr(colon + 1);
         ++words;
       }
+      if (said.empty()) continue;
       max_words = std::max(max_words, words);
       read.emplace_back(std::move(said), std::move(shown));
     }

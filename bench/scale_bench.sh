@@ -7,16 +7,13 @@
 #    random nondeterministic cyclic acceptor with epsilon arcs). Rounds interleave ours and the
 #    peer's; medians of wall time and peak resident memory (the peer's: its largest process).
 #    Ratios above 1 favour us: time peer/ours, memory peer/ours.
-# 2. `t2sfst make-model` on N phrases, then whole-line `apply` and `apply --rewrite` in MB of
-#    text per second (net of loading the model), each beside a hash map of the same phrases
-#    doing the same job (net of building the map): one lookup per whole line; for rewriting,
-#    from each word the longest run of words that is a phrase, one lookup per run length.
+# (The model builder and the runtime are measured on realistic shapes by
+# realistic_model_bench.sh.)
 # Each table ends with growth exponents: log(t2/t1) / log(n2/n1) between consecutive sizes
 # (1: linear).
-# Usage: bench/scale_bench.sh [BUILD_DIR [SIZES [ROUNDS [PHRASE_SIZES]]]]
+# Usage: bench/scale_bench.sh [BUILD_DIR [SIZES [ROUNDS]]]
 set -euo pipefail
 build=${1:-build} sizes=${2:-"10000 100000 1000000"} rounds=${3:-3}
-phrase_sizes=${4:-"10000 100000 1000000"}
 tool=$build/tools/t2sfst inputs=$build/bench/t2sfst_bench_inputs
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
@@ -68,41 +65,3 @@ for family in lexicon closure cyclic; do
   for line in "${growth_lines[@]}"; do echo "$line"; done
 done
 
-echo
-echo "== make-model on N phrases; apply (whole lines) and apply --rewrite, each against a hash map"
-echo "(throughput net of set-up: each command's time on empty input, model load or hash-map"
-echo " build, is taken off its time on 10 copies of 200,000 lines, or 2 copies of the rewrite text)"
-printf '%-9s %8s %8s %9s %7s %8s %10s %10s %12s %12s\n' phrases build_s peak_MB model_MB load_s \
-  hash_s apply_MB/s hash_MB/s rewrite_MB/s hash_rw_MB/s
-prev=""
-growth_lines=()
-mbps() { echo "$1 $2 $3" | awk '{printf "%.1f", ($2 > $3 ? $1 / 1e6 / ($2 - $3) : 0)}'; }
-for n in $phrase_sizes; do
-  "$inputs" "$work" phrases "$n"
-  for ((k = 0; k < 10; k++)); do cat "$work/phrases.txt"; done > "$work/whole.txt"
-  for ((k = 0; k < 2; k++)); do cat "$work/recognised.txt"; done > "$work/rewrite.txt"
-  read -r b_s b_m < <(measure "$t $tool make-model $work/phrases.gram $work/model")
-  lookup="$build/bench/t2sfst_phrase_lookup"
-  ls="" hs0="" as="" hs="" rs="" hrs=""
-  for ((r = 0; r < rounds; r++)); do
-    read -r s _ < <(measure "$tool apply $work/model < /dev/null"); ls+="$s "
-    read -r s _ < <(measure "$lookup $work/phrases.gram < /dev/null"); hs0+="$s "
-    read -r s _ < <(measure "$tool apply $work/model < $work/whole.txt"); as+="$s "
-    read -r s _ < <(measure "$lookup $work/phrases.gram < $work/whole.txt"); hs+="$s "
-    read -r s _ < <(measure "$tool apply --rewrite $work/model < $work/rewrite.txt"); rs+="$s "
-    read -r s _ < <(measure "$lookup --rewrite $work/phrases.gram < $work/rewrite.txt"); hrs+="$s "
-  done
-  l_s=$(median <<<"$ls") h_s=$(median <<<"$hs0")
-  whole=$(stat -c %s "$work/whole.txt") rewrite=$(stat -c %s "$work/rewrite.txt")
-  printf '%-9s %8s %8s %9s %7s %8s %10s %10s %12s %12s\n' "$n" "$b_s" "$b_m" \
-    "$(stat -c %s "$work/model" | awk '{printf "%.1f", $1 / 1e6}')" "$l_s" "$h_s" \
-    "$(mbps "$whole" "$(median <<<"$as")" "$l_s")" "$(mbps "$whole" "$(median <<<"$hs")" "$h_s")" \
-    "$(mbps "$rewrite" "$(median <<<"$rs")" "$l_s")" "$(mbps "$rewrite" "$(median <<<"$hrs")" "$h_s")"
-  if [ -n "$prev" ]; then
-    read -r pn pb_s pb_m <<<"$prev"
-    growth_lines+=("$(printf '  growth %s->%s: make-model time %s, memory %s' "$pn" "$n" \
-      "$(growth "$pn" "$pb_s" "$n" "$b_s")" "$(growth "$pn" "$pb_m" "$n" "$b_m")")")
-  fi
-  prev="$n $b_s $b_m"
-done
-for line in "${growth_lines[@]}"; do echo "$line"; done

@@ -8,8 +8,9 @@ packages=(cmake g++ make flex libfl-dev bison libgtest-dev libbenchmark-dev pkg-
   # the peer toolkit the interop and agreement tests compare with, and the CMU dictionary of
   # the benchmarks
   libfst-tools pocketsphinx-en-us)
-# make fuzz also needs clang, whose runtime carries libFuzzer.
+# make fuzz also needs clang, whose runtime carries libFuzzer; make bench the n-gram peer.
 [[ -n "${T2SFST_NEED_CLANG:-}" ]] && packages+=(clang)
+[[ -n "${T2SFST_NEED_BENCH:-}" ]] && packages+=(sphinxbase-utils)
 missing=()
 for p in "${packages[@]}"; do
   status=$(dpkg-query -W -f='${Status}' "$p" 2>/dev/null || true)
