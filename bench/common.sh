@@ -18,3 +18,9 @@ median() { tr ' ' '\n' | grep . | sort -n | awk '{v[NR]=$1} END {print v[int((NR
 
 # a / b with two decimals (0 when b is 0).
 ratio() { echo "$1 $2" | awk '{printf "%.2f", ($2 > 0 ? $1 / $2 : 0)}'; }
+
+# Runs a shell command; prints "user wall peak_MB" (user-CPU and wall seconds, peak memory).
+run_user() {
+  /usr/bin/time -f "%U %e %M" -o "$work/time" bash -c "$1" >/dev/null 2>&1
+  awk '{printf "%s %s %.0f\n", $1, $2, $3 / 1024}' "$work/time"
+}

@@ -12,11 +12,8 @@ here=$(cd "$(dirname "$0")" && pwd)
 tool=$build/tools/t2sfst probe=$build/bench/t2sfst_formats_probe
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-run() {  # prints "user wall peak_MB" of a command
-  /usr/bin/time -f "%U %e %M" -o "$work/time" bash -c "$1" >/dev/null 2>&1
-  awk '{printf "%s %s %.0f\n", $1, $2, $3 / 1024}' "$work/time"
-}
-median() { sort -n | awk '{v[NR]=$1} END {print v[int((NR+1)/2)]}'; }
+source "$(dirname "$0")/common.sh"
+run() { run_user "$1"; }
 printf '%-7s %8s %8s %8s %8s %6s %7s %7s %9s %9s %9s %9s\n' words ours_usr peer_usr ours_s \
   peer_s ratio ours_MB peer_MB ours_st peer_st ours_arcs peer_arcs
 for n in $sizes; do

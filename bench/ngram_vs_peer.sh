@@ -14,11 +14,8 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 n=$(python3 "$here/make_arpa.py" "$work" "$tokens" 2000000 | cut -d' ' -f1)
 words=$(wc -w < "$work/heldout.txt")
-run() {  # prints "user wall peak_MB" of a command
-  /usr/bin/time -f "%U %e %M" -o "$work/time" bash -c "$1" >/dev/null 2>&1
-  awk '{printf "%s %s %.0f\n", $1, $2, $3 / 1024}' "$work/time"
-}
-median() { sort -n | awk '{v[NR]=$1} END {print v[int((NR+1)/2)]}'; }
+source "$(dirname "$0")/common.sh"
+run() { run_user "$1"; }
 declare -A jobs=(
   [compile.ours]="$tool ngram-compile --binary $work/model.arpa $work/ours.bin"
   [compile.peer]="sphinx_lm_convert -i $work/model.arpa -o $work/peer.bin"

@@ -13,11 +13,8 @@ here=$(cd "$(dirname "$0")" && pwd)
 tool=$build/tools/t2sfst lookup=$build/bench/t2sfst_phrase_lookup
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-run() {  # prints "user wall peak_MB" of a command
-  /usr/bin/time -f "%U %e %M" -o "$work/time" bash -c "$1" >/dev/null 2>&1
-  awk '{printf "%s %s %.0f\n", $1, $2, $3 / 1024}' "$work/time"
-}
-median() { sort -n | awk '{v[NR]=$1} END {print v[int((NR+1)/2)]}'; }
+source "$(dirname "$0")/common.sh"
+run() { run_user "$1"; }
 col() { cut -d' ' -f"$1" "$work/$2" | median; }
 printf '%-8s %7s %7s %7s %8s %8s | %-7s %8s %8s %8s %8s %6s\n' phrases usr_s wall_s peak_MB \
   B/phrase states job ours_usr map_usr ours_s map_s ratio
