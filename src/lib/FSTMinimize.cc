@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "FSTBasic.h"
+#include "FSTComponents.h"
 #include "FSTDepthFirst.h"
 #include "FSTPotentialGraph.h"
 #include "FSTlib.h"
@@ -355,6 +356,99 @@ bool deterministic(Machine const& m) {
   return true;
 }
 
+// ---- cyclic: merges whose differences cannot add up ----
+
+// Arcs in the order that pairs a class member's with its representative's: by symbol, then by
+// the class reached (members of a class have the same multiset of both), then by weight.
+std::vector<size_t> paired_order(TransitionGraph const& g, std::vector<int> const& cls,
+                                 std::vector<float> const& weight, int p) {
+  std::vector<size_t> arcs(g.first[size_t(p) + 1] - g.first[size_t(p)]);
+  std::iota(arcs.begin(), arcs.end(), g.first[size_t(p)]);
+  auto key = [&](size_t j) {
+    Transition const& t = g.m.transitions[j];
+    return std::make_tuple(t.symbol, cls[size_t(t.to)], weight[j]);
+  };
+  std::sort(arcs.begin(), arcs.end(), [&](size_t a, size_t b) { return key(a) < key(b); });
+  return arcs;
+}
+
+// Refines a partition whose classes merge weights within delta until, from every state, no
+// path moves by more than delta. The result keeps each class's first member's arcs, so a member
+// p's path drifts by the differences between its arcs and those, summed along the path: D(p) is
+// the largest of |final difference| and, arc by arc, |difference| + D(target). A path may go
+// round a cycle any number of times, so on arcs within a strongly connected component only
+// differences of float rounding are allowed. Each round parts the members where a drift beyond
+// delta starts (an arc whose own difference carries its target's drift over delta, a final
+// difference, a difference on a cycle) from their class, and refines again; the classes' first
+// members never part, so every round makes progress.
+template <class Refine>
+std::vector<int> bound_cyclic_drift(Machine& m, std::vector<int> cls, Drift const& drift,
+                                    Refine refine) {
+  TransitionGraph const g(m);
+  std::vector<int> component;
+  int const n_components = FSTStronglyConnected(g, component);
+  std::vector<std::vector<int>> members(static_cast<size_t>(n_components));
+  for (int p = 0; p < m.n; ++p) members[size_t(component[size_t(p)])].push_back(p);
+  std::vector<char> is_final(size_t(m.n));
+  for (int p = 0; p < m.n; ++p)
+    is_final[size_t(p)] = m.final_class[size_t(p)] != std::numeric_limits<long>::min();
+  auto within_component = [&](size_t j) {
+    return component[size_t(m.transitions[j].from)] == component[size_t(m.transitions[j].to)];
+  };
+  auto rounding = [](float a, float b) {
+    return std::fabs(a - b) <=
+           8 * std::numeric_limits<float>::epsilon() *
+               std::max({1.0f, std::fabs(a), std::fabs(b)});
+  };
+  float const unbounded = std::numeric_limits<float>::infinity();
+  std::vector<float> difference(m.transitions.size()), final_difference(size_t(m.n));
+  for (;;) {
+    // Each arc's and final weight's difference from the first member's.
+    int const n_classes = *std::max_element(cls.begin(), cls.end()) + 1;
+    std::vector<int> representative(size_t(n_classes), -1);
+    for (int p = 0; p < m.n; ++p)
+      if (representative[size_t(cls[size_t(p)])] < 0) representative[size_t(cls[size_t(p)])] = p;
+    for (int p = 0; p < m.n; ++p) {
+      int const r = representative[size_t(cls[size_t(p)])];
+      final_difference[size_t(p)] =
+          is_final[size_t(p)] ? std::fabs(drift.final[size_t(p)] - drift.final[size_t(r)]) : 0.0f;
+      std::vector<size_t> const mine = paired_order(g, cls, drift.weight, p);
+      std::vector<size_t> const theirs = paired_order(g, cls, drift.weight, r);
+      for (size_t k = 0; k < mine.size(); ++k)
+        difference[mine[k]] = std::fabs(drift.weight[mine[k]] - drift.weight[theirs[k]]);
+    }
+    // The drift of each component, sinks first: a cycle carrying a difference leaves it
+    // unbounded; otherwise its states reach each other without drifting and share one bound.
+    std::vector<float> bound(size_t(n_components), 0.0f);
+    std::vector<char> starts(size_t(m.n), 0);  // where a drift beyond delta starts
+    bool any = false;
+    for (int c = 0; c < n_components; ++c)
+      for (int p : members[size_t(c)]) {
+        float& b = bound[size_t(c)];
+        b = std::max(b, final_difference[size_t(p)]);
+        starts[size_t(p)] = final_difference[size_t(p)] > drift.delta;
+        for (size_t j = g.first[size_t(p)]; j < g.first[size_t(p) + 1]; ++j) {
+          float const below = bound[size_t(component[size_t(m.transitions[j].to)])];
+          if (within_component(j)) {
+            if (rounding(drift.weight[j], drift.weight[j] + difference[j])) continue;
+            b = unbounded, starts[size_t(p)] = 1;
+          } else {
+            b = std::max(b, difference[j] + below);
+            starts[size_t(p)] |= difference[j] > 0 && below <= drift.delta &&
+                                 !(difference[j] + below <= drift.delta);
+          }
+        }
+        any |= starts[size_t(p)] != 0;
+      }
+    if (!any) return cls;
+    // Those members start classes of their own (one per class they leave), then refinement
+    // restores that equal classes lead to equal classes.
+    for (int p = 0; p < m.n; ++p)
+      m.final_class[size_t(p)] = long(cls[size_t(p)]) + (starts[size_t(p)] ? n_classes : 0);
+    cls = refine(m);
+  }
+}
+
 // ---- reading the machine once ----
 
 // An array grown in place by remapping its pages: a large array read from a lazy machine never
@@ -566,11 +660,15 @@ FSTGeneric FSTMinimize(FSTGeneric m, float delta) {
     } else {
       cls = by_height(machine, order);
     }
+  } else {
+    bool const by_symbol = deterministic(machine);
+    auto refine = [by_symbol](Machine const& m) {
+      return by_symbol ? hopcroft(m) : bisimulation(m);
+    };
+    cls = refine(machine);
+    if (&s != FSTPlusTimes && delta > 0)
+      cls = bound_cyclic_drift(machine, std::move(cls), Drift{arc_weights, finals, delta}, refine);
   }
-  else if (deterministic(machine))
-    cls = hopcroft(machine);
-  else
-    cls = bisimulation(machine);
   machine = Machine();
 
   // One state per class, numbered by first appearance; each class keeps its first member's arcs.

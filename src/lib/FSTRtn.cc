@@ -3,15 +3,25 @@
 #include <algorithm>
 #include <cstring>
 #include <fstream>
-#include <functional>
 #include <sstream>
 
 #include "FSTBasic.h"
+#include "FSTComponents.h"
 #include "FSTLoad.h"
 #include "FSTStringMap.h"
 
 namespace {
 int rtn_max_states = FSTRtnRep::default_max_states;
+
+// Which rules each rule calls, as a graph view.
+struct CallGraph {
+  std::vector<std::vector<int>> const& callees;
+  int n() const { return int(callees.size()); }
+  template <class F>
+  void for_each_arc(int r, F f) const {
+    for (int q : callees[size_t(r)]) f(q, 0.0f);
+  }
+};
 }  // namespace
 
 FSTRtnRep::FSTRtnRep(FSTGeneric const& top, fst::vector<std::string> const& nonterminals,
@@ -71,41 +81,22 @@ void FSTRtnRep::_classify_recursion() const {
         callees[size_t(r)].push_back(q);
       }
   }
+  // Rules calling each other; a lone rule is recursive only when it calls itself.
+  std::vector<int> strongly_connected;
+  int const n_components = FSTStronglyConnected(CallGraph{callees}, strongly_connected);
+  std::vector<std::vector<int>> members(static_cast<size_t>(n_components));
+  for (int r = 0; r < n; ++r) members[size_t(strongly_connected[size_t(r)])].push_back(r);
   _component.assign(size_t(n), -1);
   _component_rules.clear();
-  std::vector<int> index(size_t(n), -1), low(size_t(n), 0), stack;
-  std::vector<bool> on_stack(size_t(n), false);
-  int counter = 0;
-  std::function<void(int)> connect = [&](int r) {
-    index[size_t(r)] = low[size_t(r)] = counter++;
-    stack.push_back(r);
-    on_stack[size_t(r)] = true;
-    for (int q : callees[size_t(r)]) {
-      if (index[size_t(q)] < 0) {
-        connect(q);
-        low[size_t(r)] = std::min(low[size_t(r)], low[size_t(q)]);
-      } else if (on_stack[size_t(q)]) {
-        low[size_t(r)] = std::min(low[size_t(r)], index[size_t(q)]);
-      }
-    }
-    if (low[size_t(r)] != index[size_t(r)]) return;
-    std::vector<int> members;
-    int q;
-    do {
-      q = stack.back();
-      stack.pop_back();
-      on_stack[size_t(q)] = false;
-      members.push_back(q);
-    } while (q != r);
-    bool calls_itself = false;
-    for (int c : callees[size_t(r)]) calls_itself |= c == r;
-    if (members.size() == 1 && !calls_itself) return;  // no recursion
-    for (int member : members) _component[size_t(member)] = int(_component_rules.size());
-    std::sort(members.begin(), members.end());
-    _component_rules.push_back(std::move(members));
-  };
-  for (int r = 0; r < n; ++r)
-    if (index[size_t(r)] < 0) connect(r);
+  for (std::vector<int>& rules : members) {
+    int const r = rules.front();
+    if (rules.size() == 1 &&
+        std::find(callees[size_t(r)].begin(), callees[size_t(r)].end(), r) ==
+            callees[size_t(r)].end())
+      continue;  // no recursion
+    for (int member : rules) _component[size_t(member)] = int(_component_rules.size());
+    _component_rules.push_back(std::move(rules));
+  }
 
   _component_recursion.assign(_component_rules.size(), _Recursion::other);
   _left_calls_into.assign(size_t(n), {});
