@@ -66,6 +66,7 @@ void T2sBuildModel(FSTGeneric compiled, char const* model_path,
   begin("packing the model");
   std::unique_ptr<FstModel> model(FstDumpBinary(machine));
   machine = FSTGeneric();
+  T2sCanonicalOrder(*model);
   SaveModel(model_path, model.get());
 }
 

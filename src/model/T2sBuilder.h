@@ -95,6 +95,16 @@ struct FstModel {
 // Builds the model of a character-expanded machine; the caller owns (deletes) it.
 FstModel* FstDumpBinary(FSTGeneric const& machine);
 
+// ---- a canonical order ----
+
+// Where two paths tie, the runtime keeps the one it meets first, that is, the one on the earlier
+// arc. The optimisers order arcs by label numbers, which depend on what the process did before,
+// so the builder orders the model itself: each state's arcs by input byte, then by output string
+// in byte order, and the states as a breadth-first walk from the start meets them. The same
+// grammar then gives the same model in any process. Linear in the model, plus a sort of each
+// state's arcs.
+void T2sCanonicalOrder(FstModel& model);
+
 // Writes the model little-endian: start, the 12-byte state records, the 16-byte arc records,
 // the string count, the pool size and the pool; padding bytes are zero.
 void SaveModel(char const* path, FstModel* model);

@@ -8,7 +8,8 @@
    Among the paths that read the text, the best emits the fewest outputs inside a word (on a
    byte that is not the last of its word, or on an epsilon arc between two bytes of one word),
    then has the lowest weight: "ab cde" prefers ab + cde to abc + de, and "abcde" is decided by
-   weight alone.
+   weight alone. Among paths still equal, the one on the earlier arcs wins (the builder orders
+   each state's arcs by byte, then by output string).
 
    A model is refused at load time when it is truncated or inconsistent, has a weight that is
    not a number, or has a cycle of epsilon arcs through an arc of negative weight.
