@@ -16,23 +16,28 @@ void T2sCanonicalOrder(FstModel& model) {
                 return std::tie(a.input, a.output, a.weight, a.next) <
                        std::tie(b.input, b.output, b.weight, b.next);
               });
-  // States numbered as a breadth-first walk from the start meets them along the sorted arcs;
-  // any the start does not reach follow in their old order.
+  // States numbered in the order a depth-first walk from the start enters them, first arcs
+  // first: a path's states then lie side by side, which is what the runtime reads as it follows
+  // one. Any the start does not reach follow in their old order.
   size_t const n = model.states.size();
-  std::vector<int32_t> number(n, -1), order;
+  std::vector<int32_t> number(n, -1), order, stack;
   order.reserve(n);
-  auto meet = [&](int32_t s) {
-    if (number[size_t(s)] < 0) number[size_t(s)] = int32_t(order.size()), order.push_back(s);
+  auto enter = [&](int32_t s) {
+    if (number[size_t(s)] >= 0) return;
+    number[size_t(s)] = int32_t(order.size());
+    order.push_back(s);
+    FstModel::State const& state = model.states[size_t(s)];
+    for (uint32_t k = state.end_arc; k > state.first_arc; --k) stack.push_back(arcs[k - 1].next);
   };
-  if (model.start >= 0) meet(model.start);
-  for (size_t i = 0, unmet = 0;; ++i) {
-    if (i == order.size()) {
-      while (unmet < n && number[unmet] >= 0) ++unmet;
-      if (unmet == n) break;
-      meet(int32_t(unmet));
+  for (size_t root = 0; root <= n; ++root) {
+    size_t const from = root == 0 ? size_t(model.start) : root - 1;  // the start first
+    if ((root == 0 && model.start < 0) || number[from] >= 0) continue;
+    stack.push_back(int32_t(from));
+    while (!stack.empty()) {
+      int32_t const s = stack.back();
+      stack.pop_back();
+      enter(s);
     }
-    FstModel::State const& s = model.states[size_t(order[i])];
-    for (uint32_t k = s.first_arc; k < s.end_arc; ++k) meet(arcs[k].next);
   }
   std::vector<FstModel::State> states;
   std::vector<FstModel::ModelArc> sorted;

@@ -100,7 +100,7 @@ FstModel* FstDumpBinary(FSTGeneric const& machine);
 // Where two paths tie, the runtime keeps the one it meets first, that is, the one on the earlier
 // arc. The optimisers order arcs by label numbers, which depend on what the process did before,
 // so the builder orders the model itself: each state's arcs by input byte, then by output string
-// in byte order, and the states as a breadth-first walk from the start meets them. The same
+// in byte order, and the states as a depth-first walk from the start enters them. The same
 // grammar then gives the same model in any process. Linear in the model, plus a sort of each
 // state's arcs.
 void T2sCanonicalOrder(FstModel& model);
