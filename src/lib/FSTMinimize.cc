@@ -115,51 +115,83 @@ struct Drift {
 
 std::vector<int> by_height(Machine const& m, std::vector<int> const& order,
                            Drift const* drift = nullptr) {
-  struct Out {
-    int symbol, to;
-    float weight;
-  };
-  std::vector<std::vector<Out>> out(size_t(m.n));
-  for (size_t i = 0; i < m.transitions.size(); ++i) {
-    Transition const& t = m.transitions[i];
-    out[size_t(t.from)].push_back({t.symbol, t.to, drift ? drift->weight[i] : 0.0f});
-  }
-  std::vector<int> height(size_t(m.n), 0);
+  // Everything here is flat arrays over the transitions (grouped by source) and the classes: at
+  // millions of states, a vector or map node per state would be most of the memory.
+  TransitionGraph const g(m);
+  size_t const n = size_t(m.n);
+  std::vector<int> height(n, 0);
   for (auto p = order.rbegin(); p != order.rend(); ++p)
-    for (Out const& o : out[size_t(*p)])
-      height[size_t(*p)] = std::max(height[size_t(*p)], height[size_t(o.to)] + 1);
-  std::vector<int> states(size_t(m.n));
-  std::iota(states.begin(), states.end(), 0);
-  std::stable_sort(states.begin(), states.end(),
-                   [&](int a, int b) { return height[size_t(a)] < height[size_t(b)]; });
+    g.for_each_arc(*p, [&](int to, float) {
+      height[size_t(*p)] = std::max(height[size_t(*p)], height[size_t(to)] + 1);
+    });
+  // The states by height, in number order within one (a counting sort).
+  std::vector<int> states(n);
+  {
+    std::vector<int> start(n + 2, 0);
+    for (int h : height) ++start[size_t(h) + 1];
+    for (size_t h = 0; h + 1 < start.size(); ++h) start[h + 1] += start[h];
+    for (int p = 0; p < m.n; ++p) states[size_t(start[size_t(height[size_t(p)])]++)] = p;
+  }
+  height = std::vector<int>();
   // Targets sit lower, so their classes are known when a state's signature is formed; a class's
-  // first member is its smallest state (the stable sort keeps the order within a height), the
-  // one whose arcs the result keeps.
-  std::vector<int> cls(size_t(m.n), -1);
+  // first member is its smallest state (numbers ascend within a height), the one whose arcs the
+  // result keeps. Classes of one signature are chained in the order they were made.
+  std::vector<int> cls(n, -1);
   struct Class {
     int first;
     float drift;
+    int next, last;  // the chain of classes with this one's signature (last: for its head)
+    uint64_t hash;
   };
   std::vector<Class> classes;
-  std::map<std::pair<long, std::vector<std::pair<int, int>>>, std::vector<int>> by_signature;
-  auto arcs_in_order = [&](int s) {
-    std::vector<Out> arcs = out[size_t(s)];
-    std::sort(arcs.begin(), arcs.end(), [&](Out const& a, Out const& b) {
-      return std::make_tuple(a.symbol, cls[size_t(a.to)], a.weight) <
-             std::make_tuple(b.symbol, cls[size_t(b.to)], b.weight);
+  // A state's arcs in a canonical order, by (symbol, class reached, weight): its signature is
+  // the sequence of (symbol, class), and pairing two states' arcs in this order compares their
+  // weights.
+  auto weight_of = [&](size_t j) { return drift ? drift->weight[j] : 0.0f; };
+  auto arcs_in_order = [&](int p, std::vector<size_t>& arcs) {
+    arcs.resize(g.first[size_t(p) + 1] - g.first[size_t(p)]);
+    std::iota(arcs.begin(), arcs.end(), g.first[size_t(p)]);
+    std::sort(arcs.begin(), arcs.end(), [&](size_t a, size_t b) {
+      Transition const &x = m.transitions[a], &y = m.transitions[b];
+      return std::make_tuple(x.symbol, cls[size_t(x.to)], weight_of(a)) <
+             std::make_tuple(y.symbol, cls[size_t(y.to)], weight_of(b));
     });
-    return arcs;
   };
+  auto same_signature = [&](std::vector<size_t> const& mine, std::vector<size_t> const& theirs) {
+    if (mine.size() != theirs.size()) return false;
+    for (size_t k = 0; k < mine.size(); ++k) {
+      Transition const &x = m.transitions[mine[k]], &y = m.transitions[theirs[k]];
+      if (x.symbol != y.symbol || cls[size_t(x.to)] != cls[size_t(y.to)]) return false;
+    }
+    return true;
+  };
+  // Open addressing: each slot holds the head class of one signature, or -1.
+  std::vector<int> slots(64, -1);
+  std::vector<size_t> mine, theirs;
   for (int s : states) {
-    std::vector<std::pair<int, int>> signature;
-    for (Out const& o : out[size_t(s)]) signature.push_back({o.symbol, cls[size_t(o.to)]});
-    std::sort(signature.begin(), signature.end());
-    std::vector<int>& candidates =
-        by_signature[std::make_pair(m.final_class[size_t(s)], std::move(signature))];
+    arcs_in_order(s, mine);
+    uint64_t hash = uint64_t(m.final_class[size_t(s)]) * 0x9e3779b97f4a7c15ull;
+    for (size_t j : mine) {
+      Transition const& t = m.transitions[j];
+      hash = (hash ^ (uint64_t(uint32_t(t.symbol)) << 32 | uint32_t(cls[size_t(t.to)]))) *
+             0xff51afd7ed558ccdull;
+      hash ^= hash >> 29;
+    }
+    size_t const mask = slots.size() - 1;
+    size_t slot = size_t(hash) & mask;
+    int head = -1;
+    for (; slots[slot] >= 0; slot = (slot + 1) & mask) {
+      Class const& c = classes[size_t(slots[slot])];
+      if (c.hash != hash || m.final_class[size_t(c.first)] != m.final_class[size_t(s)]) continue;
+      arcs_in_order(c.first, theirs);
+      if (same_signature(mine, theirs)) {
+        head = slots[slot];
+        break;
+      }
+    }
     int chosen = -1;
     float chosen_drift = 0;
-    std::vector<Out> const mine = drift ? arcs_in_order(s) : std::vector<Out>();
-    for (int c : candidates) {
+    for (int c = head; c >= 0; c = classes[size_t(c)].next) {
       if (!drift) {
         chosen = c;
         break;
@@ -169,10 +201,10 @@ std::vector<int> by_height(Machine const& m, std::vector<int> const& order,
       float d = m.final_class[size_t(s)] == std::numeric_limits<long>::min()
                     ? 0.0f
                     : std::fabs(drift->final[size_t(s)] - drift->final[size_t(first)]);
-      std::vector<Out> const theirs = arcs_in_order(first);
+      arcs_in_order(first, theirs);
       for (size_t k = 0; k < mine.size(); ++k)
-        d = std::max(d, std::fabs(mine[k].weight - theirs[k].weight) +
-                            classes[size_t(cls[size_t(mine[k].to)])].drift);
+        d = std::max(d, std::fabs(drift->weight[mine[k]] - drift->weight[theirs[k]]) +
+                            classes[size_t(cls[size_t(m.transitions[mine[k]].to)])].drift);
       if (!(d <= drift->delta)) continue;
       chosen = c, chosen_drift = d;
       break;
@@ -180,9 +212,25 @@ std::vector<int> by_height(Machine const& m, std::vector<int> const& order,
     if (chosen < 0) {
       chosen = int(classes.size());
       float d = 0;  // the first member's own paths drift only as far as the classes it enters
-      for (Out const& o : out[size_t(s)]) d = std::max(d, classes[size_t(cls[size_t(o.to)])].drift);
-      classes.push_back({s, d});
-      candidates.push_back(chosen);
+      for (size_t j : mine) d = std::max(d, classes[size_t(cls[size_t(m.transitions[j].to)])].drift);
+      classes.push_back({s, d, -1, chosen, hash});
+      if (head >= 0) {
+        classes[size_t(classes[size_t(head)].last)].next = chosen;
+        classes[size_t(head)].last = chosen;
+      } else {
+        slots[slot] = chosen;
+        if (2 * classes.size() > slots.size()) {  // grow: place every head again
+          std::vector<int> wider(2 * slots.size(), -1);
+          size_t const wide_mask = wider.size() - 1;
+          for (int h : slots) {
+            if (h < 0) continue;
+            size_t at = size_t(classes[size_t(h)].hash) & wide_mask;
+            while (wider[at] >= 0) at = (at + 1) & wide_mask;
+            wider[at] = h;
+          }
+          slots.swap(wider);
+        }
+      }
     } else {
       classes[size_t(chosen)].drift = std::max(classes[size_t(chosen)].drift, chosen_drift);
     }

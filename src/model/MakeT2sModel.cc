@@ -3,7 +3,11 @@
 #include <memory>
 #include <string>
 
+#include "FSTAllocator.h"
 #include "FSTBasic.h"
+#include "FSTDeterminize.h"
+#include "FSTMinimize.h"
+#include "FSTPushWeights.h"
 #include "FSTJsgf.h"
 #include "FSTJsgfImport.h"
 #include "FSTlib.h"
@@ -33,6 +37,27 @@ FSTGeneric T2sFinalWeightsOnArcs(FSTGeneric m) {
   return m;
 }
 
+namespace {
+
+bool HasEpsilonArcs(FSTGenericInt const& m) {
+  for (int p : m.states())
+    for (FSTArc* a : m.arcs_out(p, FSTArcOrderAny))
+      if (a->input == 0 && a->output == 0) return true;
+  return false;
+}
+
+// FSTOptimizeA's steps for a stored machine without epsilon arcs, which only tags leave in the
+// expanded machine: epsilon removal would copy it whole (the builder's largest machine, at the
+// peak of its memory) and change nothing else. Pushing works in place on the caller's only
+// handle; the model's canonical order makes the result the same model.
+FSTGeneric OptimizeWithoutEpsilons(FSTGeneric m) {
+  m = FSTPushWeightsInPlace(std::move(m));
+  m = FSTDeterminize(m, 1, true, 0.001f, false);
+  return FSTMinimize(std::move(m), 0.001f);
+}
+
+}  // namespace
+
 void T2sBuildModel(FSTGeneric compiled, char const* model_path,
                    std::function<void(char const*)> const& stage,
                    std::function<FSTGeneric(FSTGeneric const&)> const& reweight) {
@@ -54,10 +79,13 @@ void T2sBuildModel(FSTGeneric compiled, char const* model_path,
     std::ofstream out(model_path, std::ios::binary | std::ios::trunc);
     out << text;
   }
-  // 7-8. Read back and optimise at the byte level.
+  // 7-8. Read back and optimise at the byte level. Pages the first stage's machines held go
+  // back first, so that the larger machines of this stage can use them.
   begin("optimizing the byte-level machine");
+  FSTAllocator::gc();
   machine = FSTLoad(model_path);
-  machine = FSTOptimizeA(std::move(machine), 1, 0.001f);
+  machine = HasEpsilonArcs(*machine) ? FSTOptimizeA(std::move(machine), 1, 0.001f)
+                                     : OptimizeWithoutEpsilons(std::move(machine));
   // 9. The final text form (kept for inspection while debugging; it does not reach the model).
   (void)FstDumpAscii(machine);
   // The final weights the packed format cannot hold, on arcs.
