@@ -462,7 +462,7 @@ TEST(ModelEndToEnd, SameModelInAnyProcessAndTiesByByteOrder) {
   std::mt19937 rng(12);
   std::string const tool = T2SFST_TOOL;
   for (int round = 0; round < 12; ++round) {
-    bool const weighted = round % 2, tagged = round % 3 == 0;
+    bool const weighted = round % 2, tagged = round % 3 == 0, silent = round % 4 == 3;
     std::vector<std::string> strings;  // the grammar's, to be met in a scrambled order
     for (int byte = 0; byte < 256; ++byte) strings.push_back(std::to_string(byte));
     std::map<std::string, std::string> least_written;
@@ -471,8 +471,11 @@ TEST(ModelEndToEnd, SameModelInAnyProcessAndTiesByByteOrder) {
       std::string alternative = weighted ? "/" + std::to_string(1 + rng() % 3) + "/ " : "";
       bool const optional = rng() % 4 == 0;
       for (int k = 0, tokens = rng() % 3 ? 1 : 2; k < tokens; ++k) {
-        std::string spoken = std::string(1, char('a' + rng() % 3)) + char('a' + rng() % 3);
-        std::string written = "W" + std::to_string(rng() % 1000);
+        // Spoken sides of one or two letters, and in some grammars empty written sides: at the
+        // byte level "a:" then "b:W" reads as "ab:W" does.
+        std::string spoken(1 + rng() % 2, 'a');
+        for (char& c : spoken) c = char('a' + rng() % 3);
+        std::string written = silent && rng() % 3 == 0 ? "" : "W" + std::to_string(rng() % 1000);
         std::string const token = spoken + ":" + written;
         alternative += k == 0 ? token : optional ? " [" + token + "]" : " " + token;
         if (tagged && rng() % 2) alternative += " {t" + std::to_string(k) + "}";
@@ -497,8 +500,8 @@ TEST(ModelEndToEnd, SameModelInAnyProcessAndTiesByByteOrder) {
     for (auto const& [spoken, written] : least_written) {
       std::string const got = Decode(model, spoken);
       // A two-token alternative may spell the same bytes with the same cost: only a single
-      // alternative's forms compete when it does not.
-      if (!weighted && got.find('|') == std::string::npos) {
+      // alternative's forms compete when it does not (and writes something).
+      if (!weighted && !silent && got.find('|') == std::string::npos) {
         EXPECT_EQ(got, written) << grammar << spoken;
       }
     }

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -46,13 +47,26 @@ bool HasEpsilonArcs(FSTGenericInt const& m) {
   return false;
 }
 
+// Whether no state has two arcs of one (input, output) pair: determinizing the machine as an
+// acceptor of pairs would then give it back as it is, its weights already pushed.
+bool DeterministicInPairs(FSTGenericInt const& m) {
+  std::vector<std::pair<int, int>> pairs;
+  for (int p : m.states()) {
+    pairs.clear();
+    for (FSTArc* a : m.arcs_out(p, FSTArcOrderAny)) pairs.push_back({a->input, a->output});
+    std::sort(pairs.begin(), pairs.end());
+    if (std::adjacent_find(pairs.begin(), pairs.end()) != pairs.end()) return false;
+  }
+  return true;
+}
+
 // FSTOptimizeA's steps for a stored machine without epsilon arcs, which only tags leave in the
 // expanded machine: epsilon removal would copy it whole (the builder's largest machine, at the
 // peak of its memory) and change nothing else. Pushing works in place on the caller's only
 // handle; the model's canonical order makes the result the same model.
 FSTGeneric OptimizeWithoutEpsilons(FSTGeneric m) {
   m = FSTPushWeightsInPlace(std::move(m));
-  m = FSTDeterminize(m, 1, true, 0.001f, false);
+  if (!DeterministicInPairs(*m)) m = FSTDeterminize(m, 1, true, 0.001f, false);
   return FSTMinimize(std::move(m), 0.001f);
 }
 
@@ -71,19 +85,13 @@ void T2sBuildModel(FSTGeneric compiled, char const* model_path,
   FSTGeneric machine = FSTOptimizeA(std::move(compiled), 1, 0.001f);
   if (reweight) machine = reweight(machine);
   machine = FSTProject(machine, FSTArcOrderInput, FSTArcOrderAny);
-  // 5-6. One byte per arc, written as text where the model will go.
+  // 5-8. One byte per arc, built directly rather than written as text and read back (the same
+  // machine, with the states of common prefixes shared), then optimised at the byte level.
+  // Pages the first stage's machines held go back first, for this stage's larger machines.
   begin("expanding labels to bytes");
-  {
-    std::string const text = ConvertLabelToCharValue(machine);
-    machine = FSTGeneric();
-    std::ofstream out(model_path, std::ios::binary | std::ios::trunc);
-    out << text;
-  }
-  // 7-8. Read back and optimise at the byte level. Pages the first stage's machines held go
-  // back first, so that the larger machines of this stage can use them.
+  machine = T2sExpandSharingPrefixes(machine);
   begin("optimizing the byte-level machine");
   FSTAllocator::gc();
-  machine = FSTLoad(model_path);
   machine = HasEpsilonArcs(*machine) ? FSTOptimizeA(std::move(machine), 1, 0.001f)
                                      : OptimizeWithoutEpsilons(std::move(machine));
   // 9. The final text form (kept for inspection while debugging; it does not reach the model).

@@ -68,6 +68,13 @@ std::string ExpandArc(Arc const& arc, unsigned long* next_state);
 // first, then the expanded arcs.
 std::string ConvertLabelToCharValue(FSTGeneric const& machine);
 
+// The machine that ConvertLabelToCharValue's text reads back as, in the same language, built
+// directly (weights and labels as the text carries them), with the arcs of one state that
+// spell a common prefix sharing its states: fewer states for the byte-level optimisation, and
+// no text of the whole machine. Time linear in the bytes spelt, plus a sort of each state's
+// tokens.
+FSTGeneric T2sExpandSharingPrefixes(FSTGeneric const& machine);
+
 // ---- packed model ----
 
 struct FstModel {
