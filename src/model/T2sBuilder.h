@@ -13,13 +13,17 @@
 
 // ---- the pipeline ----
 
-// The model builder's stages after compilation: optimise, project, expand to bytes, write the
-// text to path, load it back, optimise again and write the packed model over it. The compiled
-// grammar is the machine that FSTJsgfParseString or FSTJsgfCompileFile gives.
 // A machine whose final weights are all one: any other final weight moves to an epsilon arc
 // into one new final state (the packed model keeps only a final flag).
 FSTGeneric T2sFinalWeightsOnArcs(FSTGeneric m);
 
+// The model builder's stages after compilation: optimise, project, expand to bytes, optimise
+// again, write the packed model to path in its canonical order. The compiled grammar is the
+// machine that FSTJsgfParseString or FSTJsgfCompileFile gives. The model is the one that the
+// expansion's text, read back and optimised by FSTOptimizeA, would give; the builder reaches it
+// with less: the expanded machine is built directly with shared prefixes, and epsilon removal
+// and determinization are skipped where they would change nothing. Time and memory linear in
+// the grammar's bytes in practice (10^6 phrases: about 20 s and 2 GB).
 // stage, when given, hears the name of each step as it begins (for progress reports);
 // reweight, when given, replaces the optimized grammar's weights before it is projected. The
 // compiled machine is let go after the first optimisation when the caller passes its only handle.
