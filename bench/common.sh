@@ -1,16 +1,18 @@
 # Helpers the benchmark scripts share; source it after setting $work (a scratch folder).
 
-# Runs a shell command; prints "seconds peak_MB", the peak being the largest of the processes
-# run under $t (GNU time writing PEAK=kB to standard error).
-t="/usr/bin/time -f PEAK=%M"
+# Runs a shell command; prints "seconds peak_MB user_seconds": wall time, the peak of the largest
+# of the processes run under $t (GNU time writing PEAK=kB and USER=seconds to standard error),
+# and the user-CPU time of those processes together.
+t="/usr/bin/time -f PEAK=%M:USER=%U"
 measure() {
   local log=$work/time.log start end
   : > "$log"
   start=$(date +%s.%N)
   bash -c "$1" 2>>"$log" >/dev/null
   end=$(date +%s.%N)
-  echo "$start $end $(grep -o 'PEAK=[0-9]*' "$log" | cut -d= -f2 | sort -n | tail -1)" |
-    awk '{printf "%.3f %.1f\n", $2 - $1, $3 / 1024}'
+  echo "$start $end $(grep -o 'PEAK=[0-9]*' "$log" | cut -d= -f2 | sort -n | tail -1)" \
+    "$(grep -o 'USER=[0-9.]*' "$log" | cut -d= -f2 | awk '{u += $1} END {print u + 0}')" |
+    awk '{printf "%.3f %.1f %.2f\n", $2 - $1, $3 / 1024, $4}'
 }
 
 # The median of numbers, one a line or separated by blanks.

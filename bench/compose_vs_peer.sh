@@ -33,8 +33,8 @@ for n in $sizes; do
   for c in "${cases[@]}"; do
     os="" om="" ps="" pm=""
     for ((r = 0; r < rounds; r++)); do
-      read -r s mb < <(measure "${ours[$c]}"); os+="$s "; om+="$mb "
-      read -r s mb < <(measure "${peer[$c]}"); ps+="$s "; pm+="$mb "
+      read -r s mb _ < <(measure "${ours[$c]}"); os+="$s "; om+="$mb "
+      read -r s mb _ < <(measure "${peer[$c]}"); ps+="$s "; pm+="$mb "
     done
     o_s=$(tr ' ' '\n' <<<"$os" | grep . | median) p_s=$(tr ' ' '\n' <<<"$ps" | grep . | median)
     o_m=$(tr ' ' '\n' <<<"$om" | grep . | median) p_m=$(tr ' ' '\n' <<<"$pm" | grep . | median)

@@ -42,7 +42,7 @@ for run in $(seq "$runs"); do
     user[$job]+="$u " wall[$job]+="$w "
   done
 done
-read -r seconds peak < <(measure "$t $tool make-model --quiet $grammar $work/itn.t2s")
+read -r seconds peak _ < <(measure "$t $tool make-model --quiet $grammar $work/itn.t2s")
 "$tool" make-model "$grammar" "$work/itn.t2s" | sed 's/^/model: /'
 echo "build: $(echo "${user[build]}" | median) s user, $(echo "${wall[build]}" | median) s wall, peak ${peak} MB"
 for job in rewrite1 rewrite2 whole1; do
