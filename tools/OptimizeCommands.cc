@@ -17,23 +17,6 @@ bool Delta(Arguments const& args, float& delta) {
   return true;
 }
 
-// States with two arcs of one input label (with acceptor, of one label pair) or an epsilon
-// input: what a determinization limit leaves apart.
-int NondeterministicStates(FSTGeneric const& m, bool acceptor) {
-  int count = 0;
-  for (int s = 0; s < m->states().size(); ++s) {
-    fst::set<std::pair<int, int>> seen;
-    for (FSTArc* a : m->arcs_out(s)) {
-      std::pair<int, int> const key(a->input, acceptor ? a->output : 0);
-      if ((a->input == 0 && (!acceptor || a->output == 0)) || !seen.insert(key).second) {
-        ++count;
-        break;
-      }
-    }
-  }
-  return count;
-}
-
 // The machine with its total weight put back after pushing divided it out: the total is taken
 // from a stored copy of the input, which the pipeline then reads.
 template <class Push>
@@ -64,7 +47,7 @@ int RunDeterminize(int argc, char** argv) {
   bool const acceptor = args.has("--acceptor");
   return CopyResult("determinize", args, [&](FSTGeneric const& m) {
     FSTGeneric result = FSTBasic(FSTDeterminize(m, limit, acceptor, delta, false));
-    if (int const left = NondeterministicStates(result, acceptor))
+    if (int const left = FSTNondeterministicStates(*result, acceptor))
       std::fprintf(stderr,
                    "t2sfst determinize: warning: the result is not deterministic: %d state%s "
                    "keep%s arcs of one %s apart (--limit %d)\n",

@@ -389,3 +389,19 @@ void FSTDeterminizeStateSet(FSTGeneric const& m, int p, fst::set<int>& out) {
   FST_ASSERT(rep != nullptr);
   rep->state_set(p, out);
 }
+
+int FSTNondeterministicStates(FSTGenericInt const& m, bool fsa) {
+  int count = 0;
+  std::vector<std::pair<int, int>> keys;
+  for (int p : m.states()) {
+    keys.clear();
+    bool epsilon = false;
+    for (FSTArc* a : m.arcs_out(p, FSTArcOrderAny)) {
+      epsilon |= a->input == 0 && (!fsa || a->output == 0);
+      keys.push_back({a->input, fsa ? a->output : 0});
+    }
+    std::sort(keys.begin(), keys.end());
+    count += epsilon || std::adjacent_find(keys.begin(), keys.end()) != keys.end();
+  }
+  return count;
+}

@@ -185,6 +185,11 @@ class FSTDeterminizeRep
 };
 
 FSTGeneric FSTDeterminize(FSTGeneric const& in, int limit, bool fsa, float delta, bool full);
+
+// The states that determinization would change: those with an epsilon arc (an epsilon input;
+// with fsa, an epsilon:epsilon pair) or two arcs of one input label (with fsa, of one label
+// pair). 0: determinizing gives the machine back as it is, its weights pushed. Linear time.
+int FSTNondeterministicStates(FSTGenericInt const& m, bool fsa);
 FSTGeneric FSTDeterminizeA(FSTGeneric const& in, int limit, float delta, bool full);
 void FSTDeterminizeStateSet(FSTGeneric const& m, int p, fst::set<int>& out);
 

@@ -1,4 +1,3 @@
-#include <algorithm>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -47,26 +46,13 @@ bool HasEpsilonArcs(FSTGenericInt const& m) {
   return false;
 }
 
-// Whether no state has two arcs of one (input, output) pair: determinizing the machine as an
-// acceptor of pairs would then give it back as it is, its weights already pushed.
-bool DeterministicInPairs(FSTGenericInt const& m) {
-  std::vector<std::pair<int, int>> pairs;
-  for (int p : m.states()) {
-    pairs.clear();
-    for (FSTArc* a : m.arcs_out(p, FSTArcOrderAny)) pairs.push_back({a->input, a->output});
-    std::sort(pairs.begin(), pairs.end());
-    if (std::adjacent_find(pairs.begin(), pairs.end()) != pairs.end()) return false;
-  }
-  return true;
-}
-
 // FSTOptimizeA's steps for a stored machine without epsilon arcs, which only tags leave in the
 // expanded machine: epsilon removal would copy it whole (the builder's largest machine, at the
 // peak of its memory) and change nothing else. Pushing works in place on the caller's only
 // handle; the model's canonical order makes the result the same model.
 FSTGeneric OptimizeWithoutEpsilons(FSTGeneric m) {
   m = FSTPushWeightsInPlace(std::move(m));
-  if (!DeterministicInPairs(*m)) m = FSTDeterminize(m, 1, true, 0.001f, false);
+  if (FSTNondeterministicStates(*m, true)) m = FSTDeterminize(m, 1, true, 0.001f, false);
   return FSTMinimize(std::move(m), 0.001f);
 }
 
