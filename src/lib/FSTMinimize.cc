@@ -113,6 +113,20 @@ struct Drift {
   float delta;
 };
 
+// A state's arcs (indices into the transitions) in the order that pairs a class member's with
+// its first member's: by symbol, then by the class reached (members of a class have the same
+// multiset of both, their signature), then by weight, when weights are given.
+void arcs_in_pairing_order(TransitionGraph const& g, std::vector<int> const& cls,
+                           std::vector<float> const* weight, int p, std::vector<size_t>& arcs) {
+  arcs.resize(g.first[size_t(p) + 1] - g.first[size_t(p)]);
+  std::iota(arcs.begin(), arcs.end(), g.first[size_t(p)]);
+  auto key = [&](size_t j) {
+    Transition const& t = g.m.transitions[j];
+    return std::make_tuple(t.symbol, cls[size_t(t.to)], weight ? (*weight)[j] : 0.0f);
+  };
+  std::sort(arcs.begin(), arcs.end(), [&](size_t a, size_t b) { return key(a) < key(b); });
+}
+
 std::vector<int> by_height(Machine const& m, std::vector<int> const& order,
                            Drift const* drift = nullptr) {
   // Everything here is flat arrays over the transitions (grouped by source) and the classes: at
@@ -144,18 +158,8 @@ std::vector<int> by_height(Machine const& m, std::vector<int> const& order,
     uint64_t hash;
   };
   std::vector<Class> classes;
-  // A state's arcs in a canonical order, by (symbol, class reached, weight): its signature is
-  // the sequence of (symbol, class), and pairing two states' arcs in this order compares their
-  // weights.
-  auto weight_of = [&](size_t j) { return drift ? drift->weight[j] : 0.0f; };
   auto arcs_in_order = [&](int p, std::vector<size_t>& arcs) {
-    arcs.resize(g.first[size_t(p) + 1] - g.first[size_t(p)]);
-    std::iota(arcs.begin(), arcs.end(), g.first[size_t(p)]);
-    std::sort(arcs.begin(), arcs.end(), [&](size_t a, size_t b) {
-      Transition const &x = m.transitions[a], &y = m.transitions[b];
-      return std::make_tuple(x.symbol, cls[size_t(x.to)], weight_of(a)) <
-             std::make_tuple(y.symbol, cls[size_t(y.to)], weight_of(b));
-    });
+    arcs_in_pairing_order(g, cls, drift ? &drift->weight : nullptr, p, arcs);
   };
   auto same_signature = [&](std::vector<size_t> const& mine, std::vector<size_t> const& theirs) {
     if (mine.size() != theirs.size()) return false;
@@ -406,20 +410,6 @@ bool deterministic(Machine const& m) {
 
 // ---- cyclic: merges whose differences cannot add up ----
 
-// Arcs in the order that pairs a class member's with its representative's: by symbol, then by
-// the class reached (members of a class have the same multiset of both), then by weight.
-std::vector<size_t> paired_order(TransitionGraph const& g, std::vector<int> const& cls,
-                                 std::vector<float> const& weight, int p) {
-  std::vector<size_t> arcs(g.first[size_t(p) + 1] - g.first[size_t(p)]);
-  std::iota(arcs.begin(), arcs.end(), g.first[size_t(p)]);
-  auto key = [&](size_t j) {
-    Transition const& t = g.m.transitions[j];
-    return std::make_tuple(t.symbol, cls[size_t(t.to)], weight[j]);
-  };
-  std::sort(arcs.begin(), arcs.end(), [&](size_t a, size_t b) { return key(a) < key(b); });
-  return arcs;
-}
-
 // Refines a partition whose classes merge weights within delta until, from every state, no
 // path moves by more than delta. The result keeps each class's first member's arcs, so a member
 // p's path drifts by the differences between its arcs and those, summed along the path: D(p) is
@@ -450,6 +440,7 @@ std::vector<int> bound_cyclic_drift(Machine& m, std::vector<int> cls, Drift cons
   };
   float const unbounded = std::numeric_limits<float>::infinity();
   std::vector<float> difference(m.transitions.size()), final_difference(size_t(m.n));
+  std::vector<size_t> mine, theirs;
   for (;;) {
     // Each arc's and final weight's difference from the first member's.
     int const n_classes = *std::max_element(cls.begin(), cls.end()) + 1;
@@ -460,8 +451,8 @@ std::vector<int> bound_cyclic_drift(Machine& m, std::vector<int> cls, Drift cons
       int const r = representative[size_t(cls[size_t(p)])];
       final_difference[size_t(p)] =
           is_final[size_t(p)] ? std::fabs(drift.final[size_t(p)] - drift.final[size_t(r)]) : 0.0f;
-      std::vector<size_t> const mine = paired_order(g, cls, drift.weight, p);
-      std::vector<size_t> const theirs = paired_order(g, cls, drift.weight, r);
+      arcs_in_pairing_order(g, cls, &drift.weight, p, mine);
+      arcs_in_pairing_order(g, cls, &drift.weight, r, theirs);
       for (size_t k = 0; k < mine.size(); ++k)
         difference[mine[k]] = std::fabs(drift.weight[mine[k]] - drift.weight[theirs[k]]);
     }
